@@ -1,0 +1,53 @@
+# The two commands every new user needs:
+#   make run    installs what is missing, builds Brenvo (Release) and starts it
+#   make test   installs what is missing, builds with AddressSanitizer and UBSan, runs the whole suite
+# Both work on a fresh Debian 12 machine; packages are installed through sudo when not root.
+
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+RELEASE := build/release
+CHECKED := build/checked
+
+PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libgl-dev libicu-dev \
+            libgtest-dev libgmock-dev libbenchmark-dev adwaita-icon-theme findutils coreutils
+PEERS := gdu ncdu time
+
+.PHONY: setup build run test bench peers clean
+
+setup:
+	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing: $$missing"; \
+	  if [ "$$(id -u)" = 0 ]; then SUDO=; else SUDO=sudo; fi; \
+	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+$(RELEASE)/build.ninja:
+	cmake -S . -B $(RELEASE) -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRENVO_TESTS=OFF
+
+build: setup $(RELEASE)/build.ninja
+	cmake --build $(RELEASE) -j $(JOBS)
+
+run: build
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ] || [ "$$QT_QPA_PLATFORM" = offscreen ]; then \
+	  exec $(RELEASE)/src/app/brenvo $(ARGS); \
+	else \
+	  echo "No display found (neither DISPLAY nor WAYLAND_DISPLAY is set), so the window can't open."; \
+	  echo "Running the command-line scanner instead: brenvo-cli scan ~"; \
+	  $(RELEASE)/src/app/brenvo-cli scan ~; \
+	fi
+
+$(CHECKED)/build.ninja:
+	cmake -S . -B $(CHECKED) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBRENVO_SANITIZE=ON -DBRENVO_BENCH=OFF
+
+test: setup $(CHECKED)/build.ninja
+	cmake --build $(CHECKED) -j $(JOBS)
+	cd $(CHECKED) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j $(JOBS)
+
+bench: build
+	@echo "Benchmarks: $(RELEASE)/bench/brenvo_bench; peers: bench/peers.sh TREE"
+	$(RELEASE)/bench/brenvo_bench
+
+clean:
+	rm -rf build
