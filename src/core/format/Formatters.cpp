@@ -1,0 +1,99 @@
+#include "format/Formatters.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <unicode/locid.h>
+#include <unicode/numberformatter.h>
+
+namespace brenvo::format {
+
+namespace {
+
+using icu::number::LocalizedNumberFormatter;
+using icu::number::NumberFormatter;
+using icu::number::Precision;
+
+// One formatter per number of fraction digits (0, 1, 2), made once for the chosen locale.
+struct Formatters {
+    explicit Formatters(const icu::Locale& locale) {
+        for (int digits = 0; digits < 3; ++digits)
+            byDigits[digits] = std::make_unique<LocalizedNumberFormatter>(
+                NumberFormatter::withLocale(locale)
+                    .precision(Precision::maxFraction(digits))
+                    .roundingMode(UNUM_ROUND_HALFUP)
+                    .grouping(UNUM_GROUPING_AUTO));
+    }
+    std::unique_ptr<LocalizedNumberFormatter> byDigits[3];
+};
+
+icu::Locale environmentLocale() {
+    icu::Locale locale = icu::Locale::getDefault();
+    const char* language = locale.getLanguage();
+    if (!language || !*language || std::string_view(locale.getName()) == "en_US_POSIX" ||
+        std::string_view(language) == "c")
+        return icu::Locale("en_US");
+    return locale;
+}
+
+std::unique_ptr<Formatters> current;
+std::once_flag made;
+
+const Formatters& formatters() {
+    std::call_once(made, [] {
+        if (!current) current = std::make_unique<Formatters>(environmentLocale());
+    });
+    return *current;
+}
+
+std::string render(double value, int digits) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto formatted = formatters().byDigits[digits]->formatDouble(value, status);
+    std::string out;
+    if (U_FAILURE(status)) return std::to_string(value);
+    formatted.toString(status).toUTF8String(out);
+    return out;
+}
+
+} // namespace
+
+void setLocale(const std::string& name) {
+    formatters(); // settle the once-flag first so a later call can't replace the choice
+    current = std::make_unique<Formatters>(name.empty() ? environmentLocale() : icu::Locale(name.c_str()));
+}
+
+std::string bytes(int64_t size) {
+    if (size == 0) return "Zero KB";
+    // Work on the magnitude in floating point: INT64_MIN has no positive counterpart.
+    const bool negative = size < 0;
+    const double magnitude = std::fabs(static_cast<double>(size));
+    std::string number;
+    std::string unit;
+    if (magnitude < 1000) {
+        number = render(magnitude, 0);
+        unit = magnitude == 1 ? "byte" : "bytes";
+    } else {
+        static const char* const units[] = {"KB", "MB", "GB", "TB", "PB", "EB"};
+        int index = 0;
+        double scaled = magnitude / 1000;
+        while (scaled >= 1000 && index < 5) {
+            scaled /= 1000;
+            ++index;
+        }
+        number = render(scaled, index == 0 ? 0 : index == 1 ? 1 : 2);
+        unit = units[index];
+    }
+    return (negative ? "-" : "") + number + " " + unit;
+}
+
+std::string count(int64_t n) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto formatted = formatters().byDigits[0]->formatInt(n, status);
+    std::string out;
+    if (U_FAILURE(status)) return std::to_string(n);
+    formatted.toString(status).toUTF8String(out);
+    return out;
+}
+
+} // namespace brenvo::format

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace brenvo::format {
+
+// Sizes as people read them: decimal units, "Zero KB", "1 byte", "999 bytes", "1.5 MB", "1.23 GB".
+// KB shows no fraction, MB at most one digit, GB and above at most two; numbers grouped by the locale.
+std::string bytes(int64_t size);
+// A count in the locale's grouped style: "1,234,567".
+std::string count(int64_t n);
+
+// The locale whose grouping the formatters use, e.g. "en_US" or "de_DE". Empty means the environment's
+// locale (a "C" or "POSIX" environment reads as en_US). Call before formatting starts; not thread-safe.
+void setLocale(const std::string& name);
+
+} // namespace brenvo::format

@@ -1,0 +1,41 @@
+#pragma once
+
+#if defined(linux)
+#error "Build in standard C++ mode (-std=c++20): GNU mode defines the word 'linux' as a macro"
+#endif
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace brenvo {
+
+// The facts about the user's system that the program's rules read as data: where the home folder's
+// special places are, and which folders count as packages. The Mac profile holds the Mac's own layout;
+// the Linux profile holds the freedesktop one. Demonstration mode always uses the Mac profile.
+struct Profile {
+    enum class Kind { mac, linux };
+
+    Kind kind = Kind::linux;
+    std::string home;            // standardised real path, no trailing slash
+    std::string libraryPath;     // the app-data folder a scan skips; empty where there is none
+    std::string iCloudDrivePath; // shown as "iCloud Drive"; it exists only on a Mac
+    std::string trashPath;
+    std::string downloadsPath;
+    std::string desktopPath;
+    std::string documentsPath;
+    std::vector<std::string> standardFolders; // the home and its well-known folders
+    std::vector<std::string> packageExtensions;
+
+    static Profile mac(const std::string& home);
+    // `userDirs` maps XDG names (DESKTOP, DOCUMENTS, DOWNLOAD, MUSIC, PICTURES, VIDEOS, PUBLICSHARE,
+    // TEMPLATES) to absolute paths; a missing name takes its usual folder in the home.
+    static Profile linux(const std::string& home, const std::map<std::string, std::string>& userDirs = {});
+
+    bool isMac() const { return kind == Kind::mac; }
+};
+
+// The folders both profiles treat as packages: measured whole, shown as one item.
+const std::vector<std::string>& packageExtensions();
+
+} // namespace brenvo
