@@ -1,0 +1,149 @@
+// brenvo-cli: the engine without a window, for terminals, scripts, benchmarks and tests.
+#include "cache/SnapshotJson.h"
+#include "format/Formatters.h"
+#include "json/JsonWriter.h"
+#include "platform/Platform.h"
+#include "scan/DiskScanner.h"
+#include "scan/FileSystem.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace brenvo;
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: brenvo-cli scan PATH [--max-children N] [--progress]\n"
+    "\n"
+    "  scan PATH           measure PATH and print its tree of sizes as JSON on standard output\n"
+    "  --max-children N    keep at most N entries per folder, folding the smallest into one (default 250)\n"
+    "  --progress          report progress on standard error while scanning\n";
+
+int usageError(const std::string& message) {
+    std::fprintf(stderr, "brenvo-cli: %s\n%s", message.c_str(), kUsage);
+    return 2;
+}
+
+int scanError(const std::string& path, const std::string& reason) {
+    std::fprintf(stderr, "brenvo-cli: can't scan \u201c%s\u201d: %s\n", path.c_str(), reason.c_str());
+    return 2;
+}
+
+struct ScanArguments {
+    std::string path;
+    int maxChildren = 250;
+    bool progress = false;
+};
+
+std::optional<int> parseScan(const std::vector<std::string>& args, ScanArguments& out) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--progress") {
+            out.progress = true;
+        } else if (arg == "--max-children") {
+            if (i + 1 >= args.size()) return usageError("--max-children needs a number");
+            const std::string& text = args[++i];
+            char* end = nullptr;
+            long n = std::strtol(text.c_str(), &end, 10);
+            if (text.empty() || *end != 0 || n < 1 || n > 1'000'000)
+                return usageError("--max-children takes a whole number from 1 to 1000000, not \u201c" + text + "\u201d");
+            out.maxChildren = static_cast<int>(n);
+        } else if (arg == "--") {
+            if (i + 2 != args.size() || !out.path.empty()) return usageError("scan takes one PATH");
+            out.path = args[i + 1];
+            break;
+        } else if (arg.starts_with("--")) {
+            return usageError("unknown option " + arg);
+        } else if (out.path.empty()) {
+            out.path = arg;
+        } else {
+            return usageError("scan takes one PATH");
+        }
+    }
+    if (out.path.empty()) return usageError("scan needs a PATH");
+    return std::nullopt;
+}
+
+// Ctrl-C and SIGTERM stop a scan cleanly: a thread waits for the signal and asks the walk to stop.
+class SignalStop {
+public:
+    SignalStop() {
+        sigemptyset(&set_);
+        sigaddset(&set_, SIGINT);
+        sigaddset(&set_, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &set_, nullptr);
+        waiter_ = std::jthread([this](std::stop_token own) {
+            int signal = 0;
+            while (!own.stop_requested()) {
+                struct timespec tick = {0, 200'000'000};
+                siginfo_t info;
+                signal = sigtimedwait(&set_, &info, &tick);
+                if (signal == SIGINT || signal == SIGTERM) {
+                    source_.request_stop();
+                    return;
+                }
+            }
+        });
+    }
+    std::stop_token token() const { return source_.get_token(); }
+
+private:
+    sigset_t set_;
+    std::stop_source source_;
+    std::jthread waiter_;
+};
+
+int scanCommand(const std::vector<std::string>& args) {
+    ScanArguments options;
+    if (auto failed = parseScan(args, options)) return *failed;
+
+    SignalStop signals;
+    ProgressReport report;
+    if (options.progress) {
+        report = [](const ScanProgress& p) {
+            std::fprintf(stderr, "%s files, %s%s%s\n", format::count(p.files).c_str(), format::bytes(p.bytes).c_str(),
+                         p.currentPath.empty() ? "" : " \u2014 ", p.currentPath.c_str());
+        };
+    }
+    DiskScanner scanner(options.maxChildren, {}, report, platform::scanEnvironment());
+    NodeRef root;
+    try {
+        root = scanner.scanInParallel(options.path, signals.token());
+    } catch (const ScanError& error) {
+        return scanError(options.path, error.what());
+    } catch (const ScanCancelled& cancelled) {
+        return scanError(options.path, cancelled.what());
+    }
+
+    JsonWriter out(stdout);
+    writeSnapshotJson(out, *root, Date::now());
+    int error = out.finish() ? 0 : out.error();
+    if (!error && (std::fputc('\n', stdout) == EOF || std::fflush(stdout) != 0)) error = errno;
+    if (error) {
+        std::fprintf(stderr, "brenvo-cli: can't write the result: %s\n", std::strerror(error));
+        return 2;
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a write error to report, not a silent death
+    fs::raiseDescriptorLimit();
+    std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.empty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
+        std::fputs(kUsage, args.empty() ? stderr : stdout);
+        return args.empty() ? 2 : 0;
+    }
+    if (args[0] == "scan") return scanCommand({args.begin() + 1, args.end()});
+    return usageError("unknown command \u201c" + args[0] + "\u201d");
+}
