@@ -47,8 +47,7 @@ std::string homeDirectory() {
     if (home.empty()) {
         if (const passwd* entry = getpwuid(getuid())) home = entry->pw_dir;
     }
-    if (home.empty()) home = "/";
-    return DiskScanner::realPath(home);
+    return DiskScanner::realPath(home.empty() ? std::string(1, '/') : home);
 }
 
 Profile systemProfile(const std::string& home) { return Profile::linux(home, readUserDirs(home)); }

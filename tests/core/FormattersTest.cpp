@@ -1,0 +1,53 @@
+#include "format/Formatters.h"
+
+#include <gtest/gtest.h>
+
+using namespace brenvo;
+
+namespace {
+struct EnglishLocale : ::testing::Test {
+    void SetUp() override { format::setLocale("en_US"); }
+    void TearDown() override { format::setLocale("en_US"); }
+};
+} // namespace
+
+TEST_F(EnglishLocale, SizesUseDecimalUnitsWithTheirOwnPrecision) {
+    const std::pair<int64_t, const char*> cases[] = {
+        {0, "Zero KB"},
+        {1, "1 byte"},
+        {2, "2 bytes"},
+        {999, "999 bytes"},
+        {1000, "1 KB"},
+        {1499, "1 KB"},
+        {1500, "2 KB"},
+        {999'499, "999 KB"},
+        {999'999, "1,000 KB"}, // rounding may reach the next unit's threshold without taking its name
+        {1'000'000, "1 MB"},
+        {1'500'000, "1.5 MB"},
+        {1'049'000, "1 MB"},
+        {12'345'678, "12.3 MB"},
+        {1'000'000'000, "1 GB"},
+        {1'234'567'890, "1.23 GB"},
+        {10'000'000'000, "10 GB"},
+        {1'500'000'000'000, "1.5 TB"},
+        {1'234'000'000'000'000, "1.23 PB"},
+        {-1, "-1 byte"},
+        {-1'500'000, "-1.5 MB"},
+        {INT64_MAX, "9.22 EB"},
+        {INT64_MIN, "-9.22 EB"},
+    };
+    for (auto [size, text] : cases) EXPECT_EQ(format::bytes(size), text) << size;
+}
+
+TEST_F(EnglishLocale, CountsAreGroupedByTheLocale) {
+    EXPECT_EQ(format::count(0), "0");
+    EXPECT_EQ(format::count(999), "999");
+    EXPECT_EQ(format::count(1234567), "1,234,567");
+    EXPECT_EQ(format::count(-4200), "-4,200");
+    EXPECT_EQ(format::count(INT64_MAX), "9,223,372,036,854,775,807"); // no rounding through a double
+
+    format::setLocale("de_DE");
+    EXPECT_EQ(format::count(1234567), "1.234.567");
+    EXPECT_EQ(format::bytes(1'500'000), "1,5 MB");
+    EXPECT_EQ(format::bytes(999'999), "1.000 KB");
+}
