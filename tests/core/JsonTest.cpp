@@ -1,0 +1,955 @@
+#include "json/Json.h"
+#include "json/JsonWriter.h"
+#include "util/Utf8.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+using namespace std::string_literals;
+using namespace std::string_view_literals;
+
+namespace brenvo {
+namespace {
+
+// Encodes cp in exactly `length` bytes, the way a careless encoder would: this produces overlong forms,
+// encoded surrogates and values past U+10FFFF on request, which the code under test must reject.
+std::string encodeAs(char32_t cp, int length) {
+    std::string out;
+    if (length == 1) {
+        out.push_back(static_cast<char>(cp));
+        return out;
+    }
+    static constexpr unsigned char kLeadMarks[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    out.push_back(static_cast<char>(kLeadMarks[length] | (cp >> (6 * (length - 1)))));
+    for (int i = length - 2; i >= 0; --i) out.push_back(static_cast<char>(0x80 | ((cp >> (6 * i)) & 0x3F)));
+    return out;
+}
+
+int naturalLength(char32_t cp) {
+    return cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+}
+
+std::string writeString(std::string_view bytes) {
+    std::string out;
+    JsonWriter writer(out);
+    writer.value(bytes);
+    EXPECT_TRUE(writer.finish());
+    return out;
+}
+
+std::string parseString(std::string_view json) {
+    JsonParseError error;
+    auto value = parseJson(json, &error);
+    EXPECT_TRUE(value) << error.describe();
+    if (!value) return {};
+    EXPECT_TRUE(value->isString());
+    return value->asString();
+}
+
+std::string hexOf(std::string_view bytes) {
+    std::string out;
+    char buf[4];
+    for (unsigned char c : bytes) {
+        std::snprintf(buf, sizeof buf, "%02x ", c);
+        out += buf;
+    }
+    return out;
+}
+
+// Names that a file system can hand us and that break naive UTF-8 handling.
+const std::vector<std::string> kAwkwardNames = {
+    "caf\xe9",          // Latin-1
+    "\xff",             // never valid anywhere
+    "\xe2\x82",         // truncated 3-byte sequence at the end
+    "\xe2\x82z",        // truncated 3-byte sequence followed by ASCII
+    "\xf0\x9f\x98",     // truncated 4-byte sequence
+    "\xed\xa0\x80",     // encoded surrogate
+    "\xed\xb3\xa9",     // encoded U+DCE9, the escape for 0xE9 itself
+    "\xc0\xaf",         // overlong '/'
+    "\xf4\x90\x80\x80", // above U+10FFFF
+    "\x80\xbf",         // stray continuation bytes
+    "line\nbreak",
+    "tab\there\rcr",
+    "quote\"s and back\\slash",
+    "\x01\x1f\x7f\b\f",
+    "\xf0\x9f\x98\x80 emoji",
+    "mixed \xc3\xa9 \xe9 \xe2\x98\x83",
+    "",
+    "nul\0inside"s,
+    "\\udce9 written out",
+};
+
+// --- UTF-8 -------------------------------------------------------------------------------------------------
+
+TEST(Utf8Validity, AcceptsAndDecodesEveryScalarValue) {
+    for (char32_t cp = 0; cp <= 0x10FFFF; ++cp) {
+        if (cp >= 0xD800 && cp <= 0xDFFF) continue;
+        const std::string bytes = encodeAs(cp, naturalLength(cp));
+        std::string appended;
+        utf8::appendCodePoint(appended, cp);
+        const bool ok = utf8::isValid(bytes) && utf8::decodeEscaped(bytes) == std::u32string(1, cp);
+        if (!ok || appended != bytes) {
+            ADD_FAILURE() << "U+" << std::hex << static_cast<std::uint32_t>(cp) << " bytes " << hexOf(bytes);
+            return;
+        }
+    }
+}
+
+TEST(Utf8Validity, RejectsEncodedSurrogatesOverlongFormsAndValuesAboveMax) {
+    std::vector<std::string> invalid;
+    for (char32_t cp = 0xD800; cp <= 0xDFFF; ++cp) invalid.push_back(encodeAs(cp, 3));
+    for (char32_t cp = 0; cp < 0x80; ++cp) invalid.push_back(encodeAs(cp, 2));
+    for (char32_t cp = 0; cp < 0x800; ++cp) invalid.push_back(encodeAs(cp, 3));
+    for (char32_t cp = 0; cp < 0x10000; ++cp) invalid.push_back(encodeAs(cp, 4));
+    for (char32_t cp = 0x110000; cp < 0x200000; cp += 0x3F) invalid.push_back(encodeAs(cp, 4));
+    for (const std::string& bytes : invalid) {
+        if (utf8::isValid(bytes)) {
+            ADD_FAILURE() << "accepted " << hexOf(bytes);
+            return;
+        }
+        // Each byte of an invalid sequence stands on its own, so nothing is lost or merged.
+        const std::u32string decoded = utf8::decodeEscaped(bytes);
+        ASSERT_EQ(decoded.size(), bytes.size()) << hexOf(bytes);
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            ASSERT_EQ(decoded[i], 0xDC00 + static_cast<unsigned char>(bytes[i])) << hexOf(bytes);
+        }
+    }
+}
+
+TEST(Utf8Validity, RejectsLoneBytesThatCannotStartASequence) {
+    for (int b = 0x80; b <= 0xFF; ++b) {
+        EXPECT_FALSE(utf8::isValid(std::string(1, static_cast<char>(b)))) << b;
+    }
+    for (int b = 0xF5; b <= 0xFF; ++b) {
+        EXPECT_FALSE(utf8::isValid(std::string(1, static_cast<char>(b)) + "\x80\x80\x80")) << b;
+    }
+}
+
+TEST(Utf8Validity, RejectsEveryTruncation) {
+    for (char32_t cp : {U'\u00e9', U'\u20ac', U'\uffff', U'\U0001F600', U'\U0010FFFF'}) {
+        const std::string full = encodeAs(cp, naturalLength(cp));
+        for (std::size_t cut = 1; cut < full.size(); ++cut) {
+            const std::string part = full.substr(0, cut);
+            EXPECT_FALSE(utf8::isValid(part)) << hexOf(part);
+            EXPECT_FALSE(utf8::isValid(part + "a")) << hexOf(part);
+            EXPECT_FALSE(utf8::isValid("a" + part + "bcdefghijk")) << hexOf(part);
+        }
+    }
+}
+
+// The ASCII fast path works a word at a time; a bad byte must be found wherever it falls in a word.
+TEST(Utf8Validity, FindsABadByteAtAnyPositionInLongAsciiText) {
+    for (std::size_t length = 1; length <= 40; ++length) {
+        const std::string ascii(length, 'a');
+        EXPECT_TRUE(utf8::isValid(ascii));
+        for (std::size_t at = 0; at < length; ++at) {
+            std::string bad = ascii;
+            bad[at] = '\x80';
+            EXPECT_FALSE(utf8::isValid(bad)) << "length " << length << " at " << at;
+
+            std::string good = ascii;
+            good.replace(at, 1, "\xe2\x82\xac");
+            EXPECT_TRUE(utf8::isValid(good)) << "length " << length << " at " << at;
+            std::string cut = ascii;
+            cut.replace(at, 1, "\xe2\x82");
+            EXPECT_FALSE(utf8::isValid(cut)) << "length " << length << " at " << at;
+        }
+    }
+}
+
+TEST(Utf8Escaping, DecodesInvalidBytesAsLowSurrogates) {
+    EXPECT_EQ(utf8::decodeEscaped("caf\xe9"), U"caf\xDCE9");
+    EXPECT_EQ(utf8::decodeEscaped("\xff"), U"\xDCFF");
+    EXPECT_EQ(utf8::decodeEscaped("\xe2\x82"), U"\xDCE2\xDC82");
+    EXPECT_EQ(utf8::decodeEscaped("\xe2\x82z"), U"\xDCE2\xDC82z"); // the ASCII byte is not swallowed
+    EXPECT_EQ(utf8::decodeEscaped("\xc0\xaf"), U"\xDCC0\xDCAF");
+    EXPECT_EQ(utf8::decodeEscaped("\xed\xa0\x80"), U"\xDCED\xDCA0\xDC80");
+    EXPECT_EQ(utf8::decodeEscaped("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"), U"\u00e9\u20ac\U0001F600");
+    EXPECT_EQ(utf8::decodeEscaped("\xc3\xa9\xe9\xc3\xa9"), U"\u00e9\xDCE9\u00e9");
+    EXPECT_EQ(utf8::decodeEscaped(""), U"");
+}
+
+TEST(Utf8Escaping, EncodeReversesDecodeForAllShortByteStrings) {
+    for (int a = 0; a < 256; ++a) {
+        const std::string one(1, static_cast<char>(a));
+        ASSERT_EQ(utf8::encodeEscaped(utf8::decodeEscaped(one)), one) << a;
+        for (int b = 0; b < 256; ++b) {
+            const std::string two = one + static_cast<char>(b);
+            const std::u32string decoded = utf8::decodeEscaped(two);
+            ASSERT_EQ(utf8::encodeEscaped(decoded), two) << hexOf(two);
+            // Two bytes make one code point only when they form a 2-byte sequence.
+            ASSERT_EQ(decoded.size(), utf8::isValid(two) && a >= 0x80 ? 1u : 2u) << hexOf(two);
+        }
+    }
+}
+
+TEST(Utf8Escaping, EncodeReversesDecodeForRandomByteStrings) {
+    // Biased towards bytes that start, continue or break multi-byte sequences.
+    const std::string alphabet = "a\x7f\x80\x8f\x90\x9f\xa0\xbf\xc0\xc1\xc2\xdf"
+                                 "\xe0\xe1\xed\xee\xef\xf0\xf1\xf4\xf5\xff";
+    std::mt19937 rng(12345);
+    std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
+    std::uniform_int_distribution<int> length(0, 12);
+    for (int round = 0; round < 100000; ++round) {
+        std::string bytes;
+        for (int n = length(rng); n > 0; --n) bytes.push_back(alphabet[pick(rng)]);
+        const std::u32string decoded = utf8::decodeEscaped(bytes);
+        ASSERT_EQ(utf8::encodeEscaped(decoded), bytes) << hexOf(bytes);
+        bool hasEscape = false;
+        for (char32_t cp : decoded) hasEscape |= cp >= 0xDC80 && cp <= 0xDCFF;
+        ASSERT_EQ(utf8::isValid(bytes), !hasEscape) << hexOf(bytes);
+    }
+}
+
+TEST(Utf8Escaping, EncodeReplacesWhatUtf8CannotHold) {
+    EXPECT_EQ(utf8::encodeEscaped(U"\xDC80\xDCFF"), "\x80\xff");
+    for (char32_t cp : {0xD800u, 0xDBFFu, 0xDC00u, 0xDC7Fu, 0xDD00u, 0xDFFFu, 0x110000u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(utf8::encodeEscaped(std::u32string(1, cp)), "\xef\xbf\xbd")
+            << std::hex << static_cast<std::uint32_t>(cp);
+    }
+}
+
+TEST(Utf8Escaping, AppendCodePointAtEncodingBoundaries) {
+    const std::pair<char32_t, std::string> cases[] = {
+        {0x00, "\0"s},
+        {0x7F, "\x7f"},
+        {0x80, "\xc2\x80"},
+        {0x7FF, "\xdf\xbf"},
+        {0x800, "\xe0\xa0\x80"},
+        {0xD7FF, "\xed\x9f\xbf"},
+        {0xE000, "\xee\x80\x80"},
+        {0xFFFF, "\xef\xbf\xbf"},
+        {0x10000, "\xf0\x90\x80\x80"},
+        {0x10FFFF, "\xf4\x8f\xbf\xbf"},
+        {0xD800, "\xef\xbf\xbd"},
+        {0x110000, "\xef\xbf\xbd"},
+    };
+    for (const auto& [cp, expected] : cases) {
+        std::string out = "x";
+        utf8::appendCodePoint(out, cp);
+        EXPECT_EQ(out, "x" + expected) << std::hex << static_cast<std::uint32_t>(cp);
+    }
+}
+
+// --- Writer ------------------------------------------------------------------------------------------------
+
+TEST(JsonWriterStrings, InvalidBytesBecomeLowSurrogateEscapes) {
+    EXPECT_EQ(writeString("caf\xe9"), R"("caf\udce9")");
+    EXPECT_EQ(writeString("\xff"), R"("\udcff")");
+    EXPECT_EQ(writeString("\xe2\x82z"), R"("\udce2\udc82z")");
+    EXPECT_EQ(writeString("\xed\xa0\x80"), R"("\udced\udca0\udc80")");
+    EXPECT_EQ(writeString("\xc0\xaf"), R"("\udcc0\udcaf")");
+    EXPECT_EQ(writeString("\xf4\x90\x80\x80"), R"("\udcf4\udc90\udc80\udc80")");
+}
+
+TEST(JsonWriterStrings, ValidUtf8IsWrittenAsIs) {
+    EXPECT_EQ(writeString("\xf0\x9f\x98\x80"), "\"\xf0\x9f\x98\x80\"");
+    EXPECT_EQ(writeString("\xc3\xa9t\xc3\xa9 \xe2\x98\x83"), "\"\xc3\xa9t\xc3\xa9 \xe2\x98\x83\"");
+    EXPECT_EQ(writeString("\xe2\x80\xa8"), "\"\xe2\x80\xa8\""); // U+2028 is legal inside JSON strings
+    EXPECT_EQ(writeString("a/b\x7f"), "\"a/b\x7f\"");
+}
+
+TEST(JsonWriterStrings, EscapesQuotesBackslashesAndControlCharacters) {
+    EXPECT_EQ(writeString("say \"hi\""), R"("say \"hi\"")");
+    EXPECT_EQ(writeString("C:\\dir\\"), R"("C:\\dir\\")");
+    EXPECT_EQ(writeString("\n\t\r\b\f"), R"("\n\t\r\b\f")");
+    EXPECT_EQ(writeString("\0\x01\x1f"s), R"("\u0000\u0001\u001f")");
+    for (int c = 0; c < 0x20; ++c) {
+        const std::string json = writeString(std::string(1, static_cast<char>(c)));
+        for (char out : json) EXPECT_GE(static_cast<unsigned char>(out), 0x20) << c;
+        EXPECT_EQ(parseString(json), std::string(1, static_cast<char>(c)));
+    }
+}
+
+TEST(JsonWriterStrings, KeysAreEscapedLikeValues) {
+    std::string out;
+    JsonWriter writer(out);
+    writer.beginObject();
+    writer.field("caf\xe9", "a\"b");
+    writer.field("line\nkey", 1);
+    writer.endObject();
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(out, R"({"caf\udce9":"a\"b","line\nkey":1})");
+}
+
+TEST(JsonWriterStructure, CommasAndNestingInCompactForm) {
+    std::string out;
+    JsonWriter writer(out);
+    writer.beginObject();
+    writer.field("a", 1);
+    writer.key("b");
+    writer.beginArray();
+    writer.value(true);
+    writer.value(false);
+    writer.null();
+    writer.value("x");
+    writer.beginObject();
+    writer.endObject();
+    writer.beginArray();
+    writer.endArray();
+    writer.endArray();
+    writer.key("c");
+    writer.beginObject();
+    writer.key("d");
+    writer.beginArray();
+    writer.beginArray();
+    writer.value(-5);
+    writer.endArray();
+    writer.endArray();
+    writer.endObject();
+    writer.endObject();
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(out, R"({"a":1,"b":[true,false,null,"x",{},[]],"c":{"d":[[-5]]}})");
+}
+
+TEST(JsonWriterStructure, PrettyPrintsWithTwoSpaces) {
+    std::string out;
+    JsonWriter writer(out, JsonWriter::Style::Pretty);
+    writer.beginObject();
+    writer.field("name", "x");
+    writer.key("list");
+    writer.beginArray();
+    writer.value(1);
+    writer.value(2);
+    writer.endArray();
+    writer.key("empty");
+    writer.beginObject();
+    writer.endObject();
+    writer.key("emptyList");
+    writer.beginArray();
+    writer.endArray();
+    writer.key("nested");
+    writer.beginArray();
+    writer.beginObject();
+    writer.key("a");
+    writer.null();
+    writer.endObject();
+    writer.endArray();
+    writer.endObject();
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(out, "{\n"
+                   "  \"name\": \"x\",\n"
+                   "  \"list\": [\n"
+                   "    1,\n"
+                   "    2\n"
+                   "  ],\n"
+                   "  \"empty\": {},\n"
+                   "  \"emptyList\": [],\n"
+                   "  \"nested\": [\n"
+                   "    {\n"
+                   "      \"a\": null\n"
+                   "    }\n"
+                   "  ]\n"
+                   "}\n");
+}
+
+TEST(JsonWriterStructure, ConsecutiveTopLevelValuesGoOnSeparateLines) {
+    std::string compact;
+    {
+        JsonWriter writer(compact);
+        writer.value(1);
+        writer.beginArray();
+        writer.value("a");
+        writer.endArray();
+        writer.null();
+    }
+    EXPECT_EQ(compact, "1\n[\"a\"]\nnull");
+
+    std::string pretty;
+    {
+        JsonWriter writer(pretty, JsonWriter::Style::Pretty);
+        writer.value(1);
+        writer.beginObject();
+        writer.endObject();
+    }
+    EXPECT_EQ(pretty, "1\n{}\n");
+}
+
+TEST(JsonWriterNumbers, IntegersOfEveryWidthAndExtreme) {
+    std::string out;
+    JsonWriter writer(out);
+    writer.beginArray();
+    writer.value(std::numeric_limits<std::int64_t>::min());
+    writer.value(std::numeric_limits<std::int64_t>::max());
+    writer.value(std::numeric_limits<std::uint64_t>::max());
+    writer.value(-1);
+    writer.value(static_cast<std::uint8_t>(255));
+    writer.value(static_cast<short>(-32768));
+    writer.value(std::size_t{0});
+    writer.endArray();
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(out, "[-9223372036854775808,9223372036854775807,18446744073709551615,-1,255,-32768,0]");
+}
+
+TEST(JsonWriterNumbers, DoublesUseShortestRoundTripFormAndNonFiniteBecomesNull) {
+    std::string out;
+    JsonWriter writer(out);
+    writer.beginArray();
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    for (double d : {0.1, 3.0, -0.0, 1e300, 5e-324, 1.0 / 3.0, -2.5, std::numeric_limits<double>::quiet_NaN(),
+                     kInf, -kInf, 7.0}) {
+        writer.value(d);
+    }
+    writer.endArray();
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(out, "[0.1,3,-0,1e+300,5e-324,0.3333333333333333,-2.5,null,null,null,7]");
+    EXPECT_TRUE(parseJson(out));
+}
+
+// --- Writer buffering and errors ---------------------------------------------------------------------------
+
+// ~200 KiB of plain ASCII strings and the exact text the writer must produce for them.
+struct BigArray {
+    std::vector<std::string> items;
+    std::string expected;
+
+    BigArray() {
+        expected = "[";
+        for (int i = 0; i < 200; ++i) {
+            std::string item(997 + i % 7, static_cast<char>('a' + i % 26));
+            if (i > 0) expected += ',';
+            expected += '"' + item + '"';
+            items.push_back(std::move(item));
+        }
+        expected += ']';
+    }
+};
+
+TEST(JsonWriterBuffering, StringSinkOnlyEverHoldsAPrefixAndIsCompleteAfterFinish) {
+    const BigArray big;
+    std::string sink;
+    JsonWriter writer(sink);
+    writer.beginArray();
+    std::size_t produced = 1;
+    std::size_t flushes = 0;
+    std::size_t lastSize = 0;
+    for (std::size_t i = 0; i < big.items.size(); ++i) {
+        writer.value(big.items[i]);
+        produced += big.items[i].size() + 2 + (i > 0 ? 1 : 0);
+        ASSERT_EQ(sink, big.expected.substr(0, sink.size())) << "item " << i;
+        // Never a whole threshold's worth held back, and a flush hands over everything.
+        ASSERT_LT(produced - sink.size(), JsonWriter::kFlushThreshold) << "item " << i;
+        if (sink.size() != lastSize) {
+            ++flushes;
+            ASSERT_EQ(sink.size(), produced) << "item " << i;
+            ASSERT_GE(sink.size() - lastSize, JsonWriter::kFlushThreshold) << "item " << i;
+            lastSize = sink.size();
+        }
+    }
+    writer.endArray();
+    EXPECT_GE(flushes, 3u);
+    EXPECT_NE(sink, big.expected);
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(sink, big.expected);
+}
+
+TEST(JsonWriterBuffering, ChunksConcatenateToTheWholeDocument) {
+    const BigArray big;
+    std::vector<std::string> chunks;
+    {
+        JsonWriter writer([&](std::string_view chunk) {
+            chunks.emplace_back(chunk);
+            return true;
+        });
+        writer.beginArray();
+        for (const std::string& item : big.items) writer.value(item);
+        writer.endArray();
+        ASSERT_TRUE(writer.finish());
+    }
+    ASSERT_GE(chunks.size(), 4u);
+    std::string joined;
+    for (std::size_t i = 0; i < chunks.size(); ++i) {
+        if (i + 1 < chunks.size()) {
+            EXPECT_GE(chunks[i].size(), JsonWriter::kFlushThreshold);
+        }
+        joined += chunks[i];
+    }
+    EXPECT_EQ(joined, big.expected);
+}
+
+TEST(JsonWriterBuffering, FileOutputMatchesStringOutputAcrossFlushes) {
+    // Escapes and multi-byte characters land on both sides of each flush boundary.
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < 4000; ++i) {
+        names.push_back(kAwkwardNames[i % kAwkwardNames.size()] + std::to_string(i));
+    }
+    const std::string singleHuge(3 * JsonWriter::kFlushThreshold, '\xe9');
+
+    auto writeAll = [&](JsonWriter& writer) {
+        writer.beginObject();
+        for (std::size_t i = 0; i < names.size(); ++i) writer.field(names[i], i);
+        writer.field("huge", singleHuge);
+        writer.endObject();
+    };
+
+    std::string expected;
+    {
+        JsonWriter writer(expected);
+        writeAll(writer);
+        ASSERT_TRUE(writer.finish());
+    }
+    ASSERT_GT(expected.size(), 4 * JsonWriter::kFlushThreshold);
+
+    std::FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    JsonWriter writer(file);
+    writeAll(writer);
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(writer.error(), 0);
+    std::rewind(file);
+    std::string fromFile(expected.size() + 16, '\0');
+    fromFile.resize(std::fread(fromFile.data(), 1, fromFile.size(), file));
+    std::fclose(file);
+    ASSERT_EQ(fromFile, expected);
+
+    const auto parsed = parseJson(fromFile);
+    ASSERT_TRUE(parsed);
+    ASSERT_EQ(parsed->size(), names.size() + 1);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const JsonValue::Member& member = parsed->asObject()[i];
+        ASSERT_EQ(member.key, names[i]) << i;
+        ASSERT_EQ(member.value.asUInt64(), i);
+    }
+    EXPECT_EQ(parsed->find("huge")->asString(), singleHuge);
+}
+
+TEST(JsonWriterBuffering, DestructorHandsOverTheRest) {
+    std::string sink;
+    {
+        JsonWriter writer(sink);
+        writer.beginArray();
+        writer.value(1);
+        writer.endArray();
+        EXPECT_EQ(sink, "");
+    }
+    EXPECT_EQ(sink, "[1]");
+}
+
+TEST(JsonWriterErrors, FullDiskIsReportedByFinish) {
+    for (std::size_t count : {std::size_t{3}, std::size_t{100000}}) { // below and beyond one flush
+        std::FILE* full = std::fopen("/dev/full", "w");
+        if (!full) GTEST_SKIP() << "/dev/full is not available";
+        JsonWriter writer(full);
+        writer.beginArray();
+        for (std::size_t i = 0; i < count; ++i) writer.value("some name");
+        writer.endArray();
+        EXPECT_FALSE(writer.finish()) << count;
+        EXPECT_TRUE(writer.failed());
+        EXPECT_EQ(writer.error(), ENOSPC) << count;
+        std::fclose(full);
+    }
+}
+
+TEST(JsonWriterErrors, FailedSinkStopsFurtherOutput) {
+    const BigArray big;
+    int calls = 0;
+    JsonWriter writer([&](std::string_view) {
+        ++calls;
+        return false;
+    });
+    writer.beginArray();
+    for (const std::string& item : big.items) writer.value(item);
+    writer.endArray();
+    EXPECT_FALSE(writer.finish());
+    EXPECT_EQ(calls, 1);
+    EXPECT_NE(writer.error(), 0);
+}
+
+// --- Parser ------------------------------------------------------------------------------------------------
+
+TEST(JsonParse, ReadsEveryKindOfValue) {
+    const auto v = parseJson(R"({"name":"x","size":12,"items":[1,2.5,true,false,null],"nested":{"a":{}}})");
+    ASSERT_TRUE(v);
+    ASSERT_TRUE(v->isObject());
+    EXPECT_EQ(v->size(), 4u);
+    EXPECT_EQ(v->find("name")->asString(), "x");
+    EXPECT_EQ(v->find("size")->asInt64(), 12);
+    const JsonValue::Array& items = v->find("items")->asArray();
+    ASSERT_EQ(items.size(), 5u);
+    EXPECT_EQ(items[0].asInt64(), 1);
+    EXPECT_EQ(items[1].asDouble(), 2.5);
+    EXPECT_TRUE(items[2].isBool());
+    EXPECT_TRUE(items[2].asBool());
+    EXPECT_FALSE(items[3].asBool(true));
+    EXPECT_TRUE(items[4].isNull());
+    EXPECT_TRUE(v->find("nested")->find("a")->isObject());
+    EXPECT_EQ(v->find("missing"), nullptr);
+}
+
+TEST(JsonParse, AccessorsOfTheWrongTypeGiveTheFallback) {
+    const auto v = parseJson(R"([2.5, "7", 7, true])");
+    ASSERT_TRUE(v);
+    const auto& a = v->asArray();
+    EXPECT_EQ(a[0].asInt64(-1), -1); // not integral: no silent truncation
+    EXPECT_EQ(a[0].asUInt64(9), 9u);
+    EXPECT_EQ(a[1].asInt64(-1), -1);
+    EXPECT_EQ(a[1].asDouble(-1), -1);
+    EXPECT_EQ(a[2].asString(), "");
+    EXPECT_EQ(a[3].asInt64(-1), -1);
+    EXPECT_EQ(a[2].find("x"), nullptr);
+    EXPECT_TRUE(a[2].asArray().empty());
+    EXPECT_TRUE(v->asObject().empty());
+    EXPECT_EQ(a[2].size(), 0u);
+}
+
+TEST(JsonParse, AllowsWhitespaceAroundTokensAndALeadingByteOrderMark) {
+    const auto v = parseJson(" \t\r\n{ \"a\" :\n[ 1 ,\t2 ] , \"b\" : { } }\n ");
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->find("a")->size(), 2u);
+    const auto withMark = parseJson("\xef\xbb\xbf[1]");
+    ASSERT_TRUE(withMark);
+    EXPECT_EQ(withMark->asArray().at(0).asInt64(), 1);
+}
+
+TEST(JsonParse, KeepsMemberOrderAndLastDuplicateWins) {
+    auto v = parseJson(R"({"z":1,"a":2,"z":3,"m":4})");
+    ASSERT_TRUE(v);
+    const auto& members = v->asObject();
+    ASSERT_EQ(members.size(), 4u);
+    EXPECT_EQ(members[0].key, "z");
+    EXPECT_EQ(members[1].key, "a");
+    EXPECT_EQ(members[3].key, "m");
+    EXPECT_EQ(v->find("z")->asInt64(), 3);
+
+    v->set("z", 30); // replaces the member that lookups see
+    EXPECT_EQ(v->find("z")->asInt64(), 30);
+    EXPECT_EQ(members[0].value.asInt64(), 1);
+    EXPECT_EQ(toJsonString(*v), R"({"z":1,"a":2,"z":30,"m":4})");
+}
+
+TEST(JsonParseStrings, DecodesSimpleEscapes) {
+    EXPECT_EQ(parseString(R"("\"\\\/\b\f\n\r\t")"), "\"\\/\b\f\n\r\t");
+    EXPECT_EQ(parseString(R"("\u0041\u00e9\u20AC")"), "A\xc3\xa9\xe2\x82\xac");
+    EXPECT_EQ(parseString(R"("a\u0000b")"), "a\0b"s);
+}
+
+TEST(JsonParseStrings, SurrogateEscapes) {
+    EXPECT_EQ(parseString(R"("\ud83d\ude00")"), "\xf0\x9f\x98\x80"); // a pair
+    EXPECT_EQ(parseString(R"("\uDBFF\uDFFF")"), "\xf4\x8f\xbf\xbf"); // the last pair
+    EXPECT_EQ(parseString(R"("caf\udce9")"), "caf\xe9");             // an escaped raw byte
+    EXPECT_EQ(parseString(R"("\uDC80\udcff")"), "\x80\xff");         // both ends, either case
+    EXPECT_EQ(parseString(R"("\udc7f|\udd00|\udfff")"), "\xef\xbf\xbd|\xef\xbf\xbd|\xef\xbf\xbd");
+    EXPECT_EQ(parseString(R"("\ud800")"), "\xef\xbf\xbd"); // lone high surrogate at the end
+    EXPECT_EQ(parseString(R"("\ud800x")"), "\xef\xbf\xbdx");
+    EXPECT_EQ(parseString(R"("\ud800\u0041")"), "\xef\xbf\xbd"
+                                                "A"); // the escape after it still counts
+    EXPECT_EQ(parseString(R"("\ud800\n")"), "\xef\xbf\xbd\n");
+    EXPECT_EQ(parseString(R"("\ud800\ud83d\ude00")"), "\xef\xbf\xbd\xf0\x9f\x98\x80");
+    EXPECT_EQ(parseString(R"("\udce9\udca9")"), "\xe9\xa9");
+}
+
+TEST(JsonParseStrings, KeepsRawInvalidUtf8ByteForByte) {
+    EXPECT_EQ(parseString("\"caf\xe9\""), "caf\xe9");
+    EXPECT_EQ(parseString("\"\xed\xa0\x80 \xc0\xaf \xff\""), "\xed\xa0\x80 \xc0\xaf \xff");
+    EXPECT_EQ(parseString("\"\xe2\x82\""), "\xe2\x82"); // a truncated sequence does not eat the quote
+}
+
+struct RejectCase {
+    std::string_view text;
+    std::size_t offset;
+    std::string_view reason; // a fragment of the message
+};
+
+TEST(JsonParseErrors, RejectsMalformedTextWithOffsetAndReason) {
+    const RejectCase cases[] = {
+        {"", 0, "expected a value"},
+        {"   ", 3, "expected a value"},
+        {"\xef\xbb\xbf", 3, "expected a value"},
+        {R"({"a":1} x)", 8, "after the end"},
+        {"[1]]", 3, "after the end"},
+        {"[1]\0"sv, 3, "after the end"},
+        {"[1]\x0b", 3, "after the end"}, // vertical tab is not JSON whitespace
+        {"0x10", 1, "after the end"},
+        {"01", 0, "leading zeros"},
+        {"-01", 0, "leading zeros"},
+        {"[00]", 1, "leading zeros"},
+        {"-", 1, "digit after '-'"},
+        {"-a", 1, "digit after '-'"},
+        {"1.", 2, "after the decimal point"},
+        {"1.e5", 2, "after the decimal point"},
+        {".5", 0, "expected a value"},
+        {"+1", 0, "expected a value"},
+        {"1e", 2, "exponent"},
+        {"1e+", 3, "exponent"},
+        {"1e400", 0, "too large"},
+        {"-1e400", 0, "too large"},
+        {"NaN", 0, "expected a value"},
+        {"Infinity", 0, "expected a value"},
+        {"-Infinity", 1, "digit after '-'"},
+        {"tru", 0, "literal"},
+        {"True", 0, "expected a value"},
+        {"nul", 0, "literal"},
+        {"[fals]", 1, "literal"},
+        {R"("abc)", 0, "unterminated string"},
+        {R"(["abc)", 1, "unterminated string"},
+        {R"("\)", 1, "unterminated string"},
+        {R"("a\x")", 2, "invalid escape"},
+        {R"("a\U0041")", 2, "invalid escape"},
+        {R"("\u12")", 1, "four hex digits"},
+        {R"("\u12g4")", 1, "four hex digits"},
+        {R"("\u")", 1, "four hex digits"},
+        {"\"a\nb\"", 2, "control character"},
+        {"\"\t\"", 1, "control character"},
+        {"\"\0\""sv, 1, "control character"},
+        {"[", 1, "expected a value"},
+        {"[1", 2, "unterminated array"},
+        {"[1,]", 3, "expected a value"},
+        {"[1 2]", 3, "expected ',' or ']'"},
+        {"[1:2]", 2, "expected ',' or ']'"},
+        {"{", 1, "unterminated object"},
+        {R"({"a")", 4, "expected ':'"},
+        {R"({"a" 1})", 5, "expected ':'"},
+        {R"({"a":})", 5, "expected a value"},
+        {R"({"a":1,})", 7, "string as object key"},
+        {"{a:1}", 1, "string as object key"},
+        {R"({"a":1 "b":2})", 7, "expected ',' or '}'"},
+        {R"({"a":1)", 6, "unterminated object"},
+    };
+    for (const RejectCase& c : cases) {
+        JsonParseError error;
+        const auto v = parseJson(c.text, &error);
+        EXPECT_FALSE(v) << "accepted: " << c.text;
+        EXPECT_EQ(error.offset, c.offset) << c.text << " -> " << error.message;
+        EXPECT_NE(error.message.find(c.reason), std::string::npos) << c.text << " -> " << error.message;
+    }
+}
+
+TEST(JsonParseErrors, ReportsLineAndColumn) {
+    JsonParseError error;
+    EXPECT_FALSE(parseJson("{\n  \"a\": 1,\n  \"b\": tru\n}", &error));
+    EXPECT_EQ(error.line, 3u);
+    EXPECT_EQ(error.column, 8u);
+    EXPECT_EQ(error.offset, 19u);
+    EXPECT_EQ(error.describe(), "line 3, column 8: " + error.message);
+
+    EXPECT_FALSE(parseJson("x", &error));
+    EXPECT_EQ(error.line, 1u);
+    EXPECT_EQ(error.column, 1u);
+    EXPECT_NE(error.message.find("'x'"), std::string::npos);
+    EXPECT_FALSE(parseJson("\x01", &error));
+    EXPECT_NE(error.message.find("0x01"), std::string::npos);
+}
+
+TEST(JsonParseErrors, ErrorOutParameterIsOptional) {
+    EXPECT_FALSE(parseJson("[1,"));
+    EXPECT_TRUE(parseJson("[1]"));
+}
+
+TEST(JsonParseErrors, NestingIsLimited) {
+    const std::size_t limit = kJsonMaxDepth;
+    auto nestedArrays = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    auto nestedObjects = [](std::size_t depth) {
+        std::string text;
+        for (std::size_t i = 0; i < depth; ++i) text += "{\"k\":";
+        text += "0";
+        text += std::string(depth, '}');
+        return text;
+    };
+
+    const auto deepest = parseJson(nestedArrays(limit));
+    ASSERT_TRUE(deepest);
+    const JsonValue* inner = &*deepest;
+    for (std::size_t i = 1; i < limit; ++i) inner = &inner->asArray().at(0);
+    EXPECT_TRUE(inner->isArray());
+    EXPECT_EQ(inner->size(), 0u);
+    EXPECT_TRUE(parseJson(nestedObjects(limit)));
+
+    JsonParseError error;
+    EXPECT_FALSE(parseJson(nestedArrays(limit + 1), &error));
+    EXPECT_EQ(error.offset, limit);
+    EXPECT_NE(error.message.find("nested deeper"), std::string::npos);
+    EXPECT_FALSE(parseJson(nestedObjects(limit + 1), &error));
+    EXPECT_NE(error.message.find("nested deeper"), std::string::npos);
+
+    // Far deeper than any stack could recurse.
+    EXPECT_FALSE(parseJson(std::string(10'000'000, '['), &error));
+    EXPECT_EQ(error.offset, limit);
+}
+
+// --- Numbers -----------------------------------------------------------------------------------------------
+
+TEST(JsonNumbers, IntegersKeepAll64Bits) {
+    const std::string text = "[9223372036854775807,-9223372036854775808,18446744073709551615,"
+                             "18446744073709551616,9007199254740993,0]";
+    const auto v = parseJson(text);
+    ASSERT_TRUE(v);
+    const auto& a = v->asArray();
+    EXPECT_EQ(a[0].asInt64(), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(a[1].asInt64(), std::numeric_limits<std::int64_t>::min());
+    EXPECT_FALSE(a[1].isUInt64());
+    EXPECT_FALSE(a[2].isInt64());
+    EXPECT_EQ(a[2].asUInt64(), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_FALSE(a[3].isUInt64()); // 2^64 only fits a double
+    EXPECT_EQ(a[3].asDouble(), 18446744073709551616.0);
+    EXPECT_EQ(a[4].asInt64(), 9007199254740993); // 2^53 + 1: not representable as a double
+    EXPECT_TRUE(a[5].isInt64());
+    EXPECT_EQ(toJsonString(*v), text);
+}
+
+TEST(JsonNumbers, FractionsExponentsAndIntegralDoubles) {
+    const auto v =
+        parseJson("[1.5,2.0,1E2,1e300,0.1,-0.25e-3,1e-400,-1e-400,123456789012345678901234567890]");
+    ASSERT_TRUE(v);
+    const auto& a = v->asArray();
+    EXPECT_EQ(a[0].asDouble(), 1.5);
+    EXPECT_FALSE(a[0].isInt64());
+    EXPECT_TRUE(a[1].isInt64()); // integral however it is written
+    EXPECT_EQ(a[1].asInt64(), 2);
+    EXPECT_EQ(a[2].asInt64(), 100);
+    EXPECT_EQ(a[3].asDouble(), 1e300);
+    EXPECT_FALSE(a[3].isInt64());
+    EXPECT_FALSE(a[3].isUInt64());
+    EXPECT_EQ(a[4].asDouble(), 0.1);
+    EXPECT_EQ(a[5].asDouble(), -0.25e-3);
+    EXPECT_EQ(a[6].asDouble(), 0.0); // too small to represent: zero, not an error
+    EXPECT_FALSE(std::signbit(a[6].asDouble()));
+    EXPECT_EQ(a[7].asDouble(), 0.0);
+    EXPECT_TRUE(std::signbit(a[7].asDouble()));
+    EXPECT_EQ(a[8].asDouble(), 1.2345678901234568e29);
+}
+
+TEST(JsonNumbers, NegativeZeroKeepsItsSign) {
+    const auto v = parseJson("-0");
+    ASSERT_TRUE(v);
+    EXPECT_TRUE(std::signbit(v->asDouble()));
+    EXPECT_EQ(v->asInt64(-1), 0);
+    EXPECT_EQ(toJsonString(*v), "-0");
+    EXPECT_EQ(toJsonString(*parseJson("0")), "0");
+    EXPECT_EQ(toJsonString(*parseJson("-0.0")), "-0");
+}
+
+TEST(JsonNumbers, RoundTripIsBitExact) {
+    const double doubles[] = {0.1,
+                              1.0 / 3.0,
+                              -2.5e-8,
+                              1e300,
+                              -1e300,
+                              5e-324,
+                              2.2250738585072014e-308,
+                              std::numeric_limits<double>::max(),
+                              -0.0,
+                              0.0,
+                              9007199254740992.0,
+                              1e21};
+    for (double d : doubles) {
+        const std::string text = toJsonString(JsonValue(d));
+        const auto back = parseJson(text);
+        ASSERT_TRUE(back) << text;
+        const double r = back->asDouble();
+        EXPECT_EQ(std::memcmp(&r, &d, sizeof d), 0) << text;
+    }
+    for (std::int64_t i : {std::numeric_limits<std::int64_t>::min(), std::int64_t{-1}, std::int64_t{0},
+                           std::numeric_limits<std::int64_t>::max()}) {
+        EXPECT_EQ(parseJson(toJsonString(JsonValue(i)))->asInt64(), i);
+    }
+    const std::uint64_t big = std::numeric_limits<std::uint64_t>::max() - 1;
+    EXPECT_EQ(parseJson(toJsonString(JsonValue(big)))->asUInt64(), big);
+}
+
+// --- Round trips -------------------------------------------------------------------------------------------
+
+TEST(JsonRoundTrip, AwkwardNamesSurviveAsValuesAndKeys) {
+    for (const std::string& name : kAwkwardNames) {
+        const std::string json = writeString(name);
+        EXPECT_TRUE(utf8::isValid(json)) << hexOf(name); // the text itself is always clean UTF-8
+        EXPECT_EQ(parseString(json), name) << hexOf(name);
+
+        JsonValue object = JsonValue::makeObject();
+        object.set(name, name);
+        const auto back = parseJson(toJsonString(object));
+        ASSERT_TRUE(back);
+        ASSERT_EQ(back->size(), 1u);
+        EXPECT_EQ(back->asObject()[0].key, name) << hexOf(name);
+        EXPECT_EQ(back->asObject()[0].value.asString(), name) << hexOf(name);
+    }
+}
+
+TEST(JsonRoundTrip, RandomByteStringsSurvive) {
+    std::mt19937 rng(2024);
+    std::uniform_int_distribution<int> byte(0, 255);
+    std::uniform_int_distribution<int> length(0, 40);
+    for (int round = 0; round < 20000; ++round) {
+        std::string bytes;
+        for (int n = length(rng); n > 0; --n) bytes.push_back(static_cast<char>(byte(rng)));
+        const std::string json = writeString(bytes);
+        ASSERT_TRUE(utf8::isValid(json)) << hexOf(bytes);
+        ASSERT_EQ(parseString(json), bytes) << hexOf(bytes);
+    }
+}
+
+TEST(JsonRoundTrip, DocumentSurvivesCompactAndPrettyForms) {
+    JsonValue doc = JsonValue::makeObject();
+    doc.set("name", "caf\xe9\n");
+    doc.set("size", std::int64_t{1} << 40);
+    doc.set("ratio", 0.75);
+    doc.set("ok", true);
+    doc.set("none", nullptr);
+    JsonValue& children = doc.set("children", JsonValue::makeArray());
+    children.append("\xff");
+    children.append(JsonValue::makeObject()).set("deep", JsonValue::makeArray()).append(-1);
+    children.append(JsonValue::makeArray());
+
+    const std::string compact = toJsonString(doc);
+    const std::string pretty = toJsonString(doc, JsonWriter::Style::Pretty);
+    const auto fromCompact = parseJson(compact);
+    const auto fromPretty = parseJson(pretty);
+    ASSERT_TRUE(fromCompact);
+    ASSERT_TRUE(fromPretty);
+    EXPECT_EQ(*fromCompact, doc);
+    EXPECT_EQ(*fromPretty, doc);
+    EXPECT_EQ(toJsonString(*fromPretty), compact);
+    EXPECT_EQ(compact, R"({"name":"caf\udce9\n","size":1099511627776,"ratio":0.75,"ok":true,"none":null,)"
+                       R"("children":["\udcff",{"deep":[-1]},[]]})");
+}
+
+TEST(JsonValueBuilding, NullTurnsIntoTheContainerABuilderNeeds) {
+    JsonValue list;
+    list.append(1);
+    list.append(JsonValue()).append(2); // appends to the new element, which was null
+    ASSERT_TRUE(list.isArray());
+    EXPECT_EQ(toJsonString(list), "[1,[2]]");
+
+    JsonValue object;
+    object.set("a", 1);
+    object.set("b", "x");
+    object.set("a", 3);
+    EXPECT_EQ(toJsonString(object), R"({"a":3,"b":"x"})");
+    *object.find("b") = false;
+    EXPECT_EQ(toJsonString(object), R"({"a":3,"b":false})");
+}
+
+TEST(JsonValueBuilding, IntegerTypesKeepTheirValue) {
+    EXPECT_EQ(JsonValue(static_cast<std::uint8_t>(200)).asInt64(), 200);
+    EXPECT_EQ(JsonValue(-7).asInt64(), -7);
+    EXPECT_FALSE(JsonValue(-7).isUInt64());
+    EXPECT_FALSE(JsonValue(std::numeric_limits<std::uint64_t>::max()).isInt64());
+    EXPECT_TRUE(JsonValue(std::uint64_t{5}).isInt64());
+    EXPECT_EQ(toJsonString(JsonValue(std::numeric_limits<std::uint64_t>::max())), "18446744073709551615");
+}
+
+TEST(JsonValueBuilding, EqualityComparesStructureAndNumericValue) {
+    EXPECT_EQ(JsonValue(1), JsonValue(1.0));
+    EXPECT_NE(JsonValue(1), JsonValue(2));
+    EXPECT_NE(JsonValue(1), JsonValue("1"));
+    EXPECT_NE(JsonValue(), JsonValue(false));
+    // Equal as doubles, but not as the integers they are.
+    EXPECT_NE(JsonValue(std::int64_t{9007199254740993}), JsonValue(9007199254740992.0));
+    EXPECT_EQ(*parseJson(R"({"a":[1,{"b":null}]})"), *parseJson(R"({ "a" : [ 1.0 , { "b" : null } ] })"));
+    EXPECT_NE(*parseJson(R"({"a":1,"b":2})"), *parseJson(R"({"b":2,"a":1})")); // order is part of a record
+    EXPECT_NE(*parseJson("[1,2]"), *parseJson("[1,2,3]"));
+    EXPECT_NE(*parseJson(R"(["a\udce9"])"), *parseJson(R"(["a\u00e9"])"));
+}
+
+} // namespace
+} // namespace brenvo
