@@ -127,15 +127,6 @@ TEST(Utf8Validity, RejectsEncodedSurrogatesOverlongFormsAndValuesAboveMax) {
     }
 }
 
-TEST(Utf8Validity, RejectsLoneBytesThatCannotStartASequence) {
-    for (int b = 0x80; b <= 0xFF; ++b) {
-        EXPECT_FALSE(utf8::isValid(std::string(1, static_cast<char>(b)))) << b;
-    }
-    for (int b = 0xF5; b <= 0xFF; ++b) {
-        EXPECT_FALSE(utf8::isValid(std::string(1, static_cast<char>(b)) + "\x80\x80\x80")) << b;
-    }
-}
-
 TEST(Utf8Validity, RejectsEveryTruncation) {
     for (char32_t cp : {U'\u00e9', U'\u20ac', U'\uffff', U'\U0001F600', U'\U0010FFFF'}) {
         const std::string full = encodeAs(cp, naturalLength(cp));
@@ -194,54 +185,6 @@ TEST(Utf8Escaping, EncodeReversesDecodeForAllShortByteStrings) {
     }
 }
 
-TEST(Utf8Escaping, EncodeReversesDecodeForRandomByteStrings) {
-    // Biased towards bytes that start, continue or break multi-byte sequences.
-    const std::string alphabet = "a\x7f\x80\x8f\x90\x9f\xa0\xbf\xc0\xc1\xc2\xdf"
-                                 "\xe0\xe1\xed\xee\xef\xf0\xf1\xf4\xf5\xff";
-    std::mt19937 rng(12345);
-    std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
-    std::uniform_int_distribution<int> length(0, 12);
-    for (int round = 0; round < 100000; ++round) {
-        std::string bytes;
-        for (int n = length(rng); n > 0; --n) bytes.push_back(alphabet[pick(rng)]);
-        const std::u32string decoded = utf8::decodeEscaped(bytes);
-        ASSERT_EQ(utf8::encodeEscaped(decoded), bytes) << hexOf(bytes);
-        bool hasEscape = false;
-        for (char32_t cp : decoded) hasEscape |= cp >= 0xDC80 && cp <= 0xDCFF;
-        ASSERT_EQ(utf8::isValid(bytes), !hasEscape) << hexOf(bytes);
-    }
-}
-
-TEST(Utf8Escaping, EncodeReplacesWhatUtf8CannotHold) {
-    EXPECT_EQ(utf8::encodeEscaped(U"\xDC80\xDCFF"), "\x80\xff");
-    for (char32_t cp : {0xD800u, 0xDBFFu, 0xDC00u, 0xDC7Fu, 0xDD00u, 0xDFFFu, 0x110000u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(utf8::encodeEscaped(std::u32string(1, cp)), "\xef\xbf\xbd")
-            << std::hex << static_cast<std::uint32_t>(cp);
-    }
-}
-
-TEST(Utf8Escaping, AppendCodePointAtEncodingBoundaries) {
-    const std::pair<char32_t, std::string> cases[] = {
-        {0x00, "\0"s},
-        {0x7F, "\x7f"},
-        {0x80, "\xc2\x80"},
-        {0x7FF, "\xdf\xbf"},
-        {0x800, "\xe0\xa0\x80"},
-        {0xD7FF, "\xed\x9f\xbf"},
-        {0xE000, "\xee\x80\x80"},
-        {0xFFFF, "\xef\xbf\xbf"},
-        {0x10000, "\xf0\x90\x80\x80"},
-        {0x10FFFF, "\xf4\x8f\xbf\xbf"},
-        {0xD800, "\xef\xbf\xbd"},
-        {0x110000, "\xef\xbf\xbd"},
-    };
-    for (const auto& [cp, expected] : cases) {
-        std::string out = "x";
-        utf8::appendCodePoint(out, cp);
-        EXPECT_EQ(out, "x" + expected) << std::hex << static_cast<std::uint32_t>(cp);
-    }
-}
-
 // --- Writer ------------------------------------------------------------------------------------------------
 
 TEST(JsonWriterStrings, InvalidBytesBecomeLowSurrogateEscapes) {
@@ -272,17 +215,6 @@ TEST(JsonWriterStrings, EscapesQuotesBackslashesAndControlCharacters) {
     }
 }
 
-TEST(JsonWriterStrings, KeysAreEscapedLikeValues) {
-    std::string out;
-    JsonWriter writer(out);
-    writer.beginObject();
-    writer.field("caf\xe9", "a\"b");
-    writer.field("line\nkey", 1);
-    writer.endObject();
-    ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(out, R"({"caf\udce9":"a\"b","line\nkey":1})");
-}
-
 TEST(JsonWriterStructure, CommasAndNestingInCompactForm) {
     std::string out;
     JsonWriter writer(out);
@@ -311,85 +243,6 @@ TEST(JsonWriterStructure, CommasAndNestingInCompactForm) {
     writer.endObject();
     ASSERT_TRUE(writer.finish());
     EXPECT_EQ(out, R"({"a":1,"b":[true,false,null,"x",{},[]],"c":{"d":[[-5]]}})");
-}
-
-TEST(JsonWriterStructure, PrettyPrintsWithTwoSpaces) {
-    std::string out;
-    JsonWriter writer(out, JsonWriter::Style::Pretty);
-    writer.beginObject();
-    writer.field("name", "x");
-    writer.key("list");
-    writer.beginArray();
-    writer.value(1);
-    writer.value(2);
-    writer.endArray();
-    writer.key("empty");
-    writer.beginObject();
-    writer.endObject();
-    writer.key("emptyList");
-    writer.beginArray();
-    writer.endArray();
-    writer.key("nested");
-    writer.beginArray();
-    writer.beginObject();
-    writer.key("a");
-    writer.null();
-    writer.endObject();
-    writer.endArray();
-    writer.endObject();
-    ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(out, "{\n"
-                   "  \"name\": \"x\",\n"
-                   "  \"list\": [\n"
-                   "    1,\n"
-                   "    2\n"
-                   "  ],\n"
-                   "  \"empty\": {},\n"
-                   "  \"emptyList\": [],\n"
-                   "  \"nested\": [\n"
-                   "    {\n"
-                   "      \"a\": null\n"
-                   "    }\n"
-                   "  ]\n"
-                   "}\n");
-}
-
-TEST(JsonWriterStructure, ConsecutiveTopLevelValuesGoOnSeparateLines) {
-    std::string compact;
-    {
-        JsonWriter writer(compact);
-        writer.value(1);
-        writer.beginArray();
-        writer.value("a");
-        writer.endArray();
-        writer.null();
-    }
-    EXPECT_EQ(compact, "1\n[\"a\"]\nnull");
-
-    std::string pretty;
-    {
-        JsonWriter writer(pretty, JsonWriter::Style::Pretty);
-        writer.value(1);
-        writer.beginObject();
-        writer.endObject();
-    }
-    EXPECT_EQ(pretty, "1\n{}\n");
-}
-
-TEST(JsonWriterNumbers, IntegersOfEveryWidthAndExtreme) {
-    std::string out;
-    JsonWriter writer(out);
-    writer.beginArray();
-    writer.value(std::numeric_limits<std::int64_t>::min());
-    writer.value(std::numeric_limits<std::int64_t>::max());
-    writer.value(std::numeric_limits<std::uint64_t>::max());
-    writer.value(-1);
-    writer.value(static_cast<std::uint8_t>(255));
-    writer.value(static_cast<short>(-32768));
-    writer.value(std::size_t{0});
-    writer.endArray();
-    ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(out, "[-9223372036854775808,9223372036854775807,18446744073709551615,-1,255,-32768,0]");
 }
 
 TEST(JsonWriterNumbers, DoublesUseShortestRoundTripFormAndNonFiniteBecomesNull) {
@@ -454,88 +307,6 @@ TEST(JsonWriterBuffering, StringSinkOnlyEverHoldsAPrefixAndIsCompleteAfterFinish
     EXPECT_EQ(sink, big.expected);
 }
 
-TEST(JsonWriterBuffering, ChunksConcatenateToTheWholeDocument) {
-    const BigArray big;
-    std::vector<std::string> chunks;
-    {
-        JsonWriter writer([&](std::string_view chunk) {
-            chunks.emplace_back(chunk);
-            return true;
-        });
-        writer.beginArray();
-        for (const std::string& item : big.items) writer.value(item);
-        writer.endArray();
-        ASSERT_TRUE(writer.finish());
-    }
-    ASSERT_GE(chunks.size(), 4u);
-    std::string joined;
-    for (std::size_t i = 0; i < chunks.size(); ++i) {
-        if (i + 1 < chunks.size()) {
-            EXPECT_GE(chunks[i].size(), JsonWriter::kFlushThreshold);
-        }
-        joined += chunks[i];
-    }
-    EXPECT_EQ(joined, big.expected);
-}
-
-TEST(JsonWriterBuffering, FileOutputMatchesStringOutputAcrossFlushes) {
-    // Escapes and multi-byte characters land on both sides of each flush boundary.
-    std::vector<std::string> names;
-    for (std::size_t i = 0; i < 4000; ++i) {
-        names.push_back(kAwkwardNames[i % kAwkwardNames.size()] + std::to_string(i));
-    }
-    const std::string singleHuge(3 * JsonWriter::kFlushThreshold, '\xe9');
-
-    auto writeAll = [&](JsonWriter& writer) {
-        writer.beginObject();
-        for (std::size_t i = 0; i < names.size(); ++i) writer.field(names[i], i);
-        writer.field("huge", singleHuge);
-        writer.endObject();
-    };
-
-    std::string expected;
-    {
-        JsonWriter writer(expected);
-        writeAll(writer);
-        ASSERT_TRUE(writer.finish());
-    }
-    ASSERT_GT(expected.size(), 4 * JsonWriter::kFlushThreshold);
-
-    std::FILE* file = std::tmpfile();
-    ASSERT_NE(file, nullptr);
-    JsonWriter writer(file);
-    writeAll(writer);
-    ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(writer.error(), 0);
-    std::rewind(file);
-    std::string fromFile(expected.size() + 16, '\0');
-    fromFile.resize(std::fread(fromFile.data(), 1, fromFile.size(), file));
-    std::fclose(file);
-    ASSERT_EQ(fromFile, expected);
-
-    const auto parsed = parseJson(fromFile);
-    ASSERT_TRUE(parsed);
-    ASSERT_EQ(parsed->size(), names.size() + 1);
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        const JsonValue::Member& member = parsed->asObject()[i];
-        ASSERT_EQ(member.key, names[i]) << i;
-        ASSERT_EQ(member.value.asUInt64(), i);
-    }
-    EXPECT_EQ(parsed->find("huge")->asString(), singleHuge);
-}
-
-TEST(JsonWriterBuffering, DestructorHandsOverTheRest) {
-    std::string sink;
-    {
-        JsonWriter writer(sink);
-        writer.beginArray();
-        writer.value(1);
-        writer.endArray();
-        EXPECT_EQ(sink, "");
-    }
-    EXPECT_EQ(sink, "[1]");
-}
-
 TEST(JsonWriterErrors, FullDiskIsReportedByFinish) {
     for (std::size_t count : {std::size_t{3}, std::size_t{100000}}) { // below and beyond one flush
         std::FILE* full = std::fopen("/dev/full", "w");
@@ -549,21 +320,6 @@ TEST(JsonWriterErrors, FullDiskIsReportedByFinish) {
         EXPECT_EQ(writer.error(), ENOSPC) << count;
         std::fclose(full);
     }
-}
-
-TEST(JsonWriterErrors, FailedSinkStopsFurtherOutput) {
-    const BigArray big;
-    int calls = 0;
-    JsonWriter writer([&](std::string_view) {
-        ++calls;
-        return false;
-    });
-    writer.beginArray();
-    for (const std::string& item : big.items) writer.value(item);
-    writer.endArray();
-    EXPECT_FALSE(writer.finish());
-    EXPECT_EQ(calls, 1);
-    EXPECT_NE(writer.error(), 0);
 }
 
 // --- Parser ------------------------------------------------------------------------------------------------
@@ -585,53 +341,6 @@ TEST(JsonParse, ReadsEveryKindOfValue) {
     EXPECT_TRUE(items[4].isNull());
     EXPECT_TRUE(v->find("nested")->find("a")->isObject());
     EXPECT_EQ(v->find("missing"), nullptr);
-}
-
-TEST(JsonParse, AccessorsOfTheWrongTypeGiveTheFallback) {
-    const auto v = parseJson(R"([2.5, "7", 7, true])");
-    ASSERT_TRUE(v);
-    const auto& a = v->asArray();
-    EXPECT_EQ(a[0].asInt64(-1), -1); // not integral: no silent truncation
-    EXPECT_EQ(a[0].asUInt64(9), 9u);
-    EXPECT_EQ(a[1].asInt64(-1), -1);
-    EXPECT_EQ(a[1].asDouble(-1), -1);
-    EXPECT_EQ(a[2].asString(), "");
-    EXPECT_EQ(a[3].asInt64(-1), -1);
-    EXPECT_EQ(a[2].find("x"), nullptr);
-    EXPECT_TRUE(a[2].asArray().empty());
-    EXPECT_TRUE(v->asObject().empty());
-    EXPECT_EQ(a[2].size(), 0u);
-}
-
-TEST(JsonParse, AllowsWhitespaceAroundTokensAndALeadingByteOrderMark) {
-    const auto v = parseJson(" \t\r\n{ \"a\" :\n[ 1 ,\t2 ] , \"b\" : { } }\n ");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->find("a")->size(), 2u);
-    const auto withMark = parseJson("\xef\xbb\xbf[1]");
-    ASSERT_TRUE(withMark);
-    EXPECT_EQ(withMark->asArray().at(0).asInt64(), 1);
-}
-
-TEST(JsonParse, KeepsMemberOrderAndLastDuplicateWins) {
-    auto v = parseJson(R"({"z":1,"a":2,"z":3,"m":4})");
-    ASSERT_TRUE(v);
-    const auto& members = v->asObject();
-    ASSERT_EQ(members.size(), 4u);
-    EXPECT_EQ(members[0].key, "z");
-    EXPECT_EQ(members[1].key, "a");
-    EXPECT_EQ(members[3].key, "m");
-    EXPECT_EQ(v->find("z")->asInt64(), 3);
-
-    v->set("z", 30); // replaces the member that lookups see
-    EXPECT_EQ(v->find("z")->asInt64(), 30);
-    EXPECT_EQ(members[0].value.asInt64(), 1);
-    EXPECT_EQ(toJsonString(*v), R"({"z":1,"a":2,"z":30,"m":4})");
-}
-
-TEST(JsonParseStrings, DecodesSimpleEscapes) {
-    EXPECT_EQ(parseString(R"("\"\\\/\b\f\n\r\t")"), "\"\\/\b\f\n\r\t");
-    EXPECT_EQ(parseString(R"("\u0041\u00e9\u20AC")"), "A\xc3\xa9\xe2\x82\xac");
-    EXPECT_EQ(parseString(R"("a\u0000b")"), "a\0b"s);
 }
 
 TEST(JsonParseStrings, SurrogateEscapes) {
@@ -664,56 +373,25 @@ struct RejectCase {
 TEST(JsonParseErrors, RejectsMalformedTextWithOffsetAndReason) {
     const RejectCase cases[] = {
         {"", 0, "expected a value"},
-        {"   ", 3, "expected a value"},
-        {"\xef\xbb\xbf", 3, "expected a value"},
         {R"({"a":1} x)", 8, "after the end"},
-        {"[1]]", 3, "after the end"},
-        {"[1]\0"sv, 3, "after the end"},
         {"[1]\x0b", 3, "after the end"}, // vertical tab is not JSON whitespace
-        {"0x10", 1, "after the end"},
         {"01", 0, "leading zeros"},
-        {"-01", 0, "leading zeros"},
-        {"[00]", 1, "leading zeros"},
         {"-", 1, "digit after '-'"},
-        {"-a", 1, "digit after '-'"},
         {"1.", 2, "after the decimal point"},
-        {"1.e5", 2, "after the decimal point"},
-        {".5", 0, "expected a value"},
-        {"+1", 0, "expected a value"},
         {"1e", 2, "exponent"},
-        {"1e+", 3, "exponent"},
         {"1e400", 0, "too large"},
-        {"-1e400", 0, "too large"},
         {"NaN", 0, "expected a value"},
-        {"Infinity", 0, "expected a value"},
-        {"-Infinity", 1, "digit after '-'"},
         {"tru", 0, "literal"},
-        {"True", 0, "expected a value"},
-        {"nul", 0, "literal"},
-        {"[fals]", 1, "literal"},
         {R"("abc)", 0, "unterminated string"},
-        {R"(["abc)", 1, "unterminated string"},
-        {R"("\)", 1, "unterminated string"},
         {R"("a\x")", 2, "invalid escape"},
-        {R"("a\U0041")", 2, "invalid escape"},
         {R"("\u12")", 1, "four hex digits"},
-        {R"("\u12g4")", 1, "four hex digits"},
-        {R"("\u")", 1, "four hex digits"},
         {"\"a\nb\"", 2, "control character"},
-        {"\"\t\"", 1, "control character"},
         {"\"\0\""sv, 1, "control character"},
-        {"[", 1, "expected a value"},
-        {"[1", 2, "unterminated array"},
         {"[1,]", 3, "expected a value"},
         {"[1 2]", 3, "expected ',' or ']'"},
-        {"[1:2]", 2, "expected ',' or ']'"},
-        {"{", 1, "unterminated object"},
-        {R"({"a")", 4, "expected ':'"},
         {R"({"a" 1})", 5, "expected ':'"},
-        {R"({"a":})", 5, "expected a value"},
         {R"({"a":1,})", 7, "string as object key"},
         {"{a:1}", 1, "string as object key"},
-        {R"({"a":1 "b":2})", 7, "expected ',' or '}'"},
         {R"({"a":1)", 6, "unterminated object"},
     };
     for (const RejectCase& c : cases) {
@@ -723,27 +401,6 @@ TEST(JsonParseErrors, RejectsMalformedTextWithOffsetAndReason) {
         EXPECT_EQ(error.offset, c.offset) << c.text << " -> " << error.message;
         EXPECT_NE(error.message.find(c.reason), std::string::npos) << c.text << " -> " << error.message;
     }
-}
-
-TEST(JsonParseErrors, ReportsLineAndColumn) {
-    JsonParseError error;
-    EXPECT_FALSE(parseJson("{\n  \"a\": 1,\n  \"b\": tru\n}", &error));
-    EXPECT_EQ(error.line, 3u);
-    EXPECT_EQ(error.column, 8u);
-    EXPECT_EQ(error.offset, 19u);
-    EXPECT_EQ(error.describe(), "line 3, column 8: " + error.message);
-
-    EXPECT_FALSE(parseJson("x", &error));
-    EXPECT_EQ(error.line, 1u);
-    EXPECT_EQ(error.column, 1u);
-    EXPECT_NE(error.message.find("'x'"), std::string::npos);
-    EXPECT_FALSE(parseJson("\x01", &error));
-    EXPECT_NE(error.message.find("0x01"), std::string::npos);
-}
-
-TEST(JsonParseErrors, ErrorOutParameterIsOptional) {
-    EXPECT_FALSE(parseJson("[1,"));
-    EXPECT_TRUE(parseJson("[1]"));
 }
 
 TEST(JsonParseErrors, NestingIsLimited) {
@@ -795,38 +452,6 @@ TEST(JsonNumbers, IntegersKeepAll64Bits) {
     EXPECT_EQ(a[4].asInt64(), 9007199254740993); // 2^53 + 1: not representable as a double
     EXPECT_TRUE(a[5].isInt64());
     EXPECT_EQ(toJsonString(*v), text);
-}
-
-TEST(JsonNumbers, FractionsExponentsAndIntegralDoubles) {
-    const auto v =
-        parseJson("[1.5,2.0,1E2,1e300,0.1,-0.25e-3,1e-400,-1e-400,123456789012345678901234567890]");
-    ASSERT_TRUE(v);
-    const auto& a = v->asArray();
-    EXPECT_EQ(a[0].asDouble(), 1.5);
-    EXPECT_FALSE(a[0].isInt64());
-    EXPECT_TRUE(a[1].isInt64()); // integral however it is written
-    EXPECT_EQ(a[1].asInt64(), 2);
-    EXPECT_EQ(a[2].asInt64(), 100);
-    EXPECT_EQ(a[3].asDouble(), 1e300);
-    EXPECT_FALSE(a[3].isInt64());
-    EXPECT_FALSE(a[3].isUInt64());
-    EXPECT_EQ(a[4].asDouble(), 0.1);
-    EXPECT_EQ(a[5].asDouble(), -0.25e-3);
-    EXPECT_EQ(a[6].asDouble(), 0.0); // too small to represent: zero, not an error
-    EXPECT_FALSE(std::signbit(a[6].asDouble()));
-    EXPECT_EQ(a[7].asDouble(), 0.0);
-    EXPECT_TRUE(std::signbit(a[7].asDouble()));
-    EXPECT_EQ(a[8].asDouble(), 1.2345678901234568e29);
-}
-
-TEST(JsonNumbers, NegativeZeroKeepsItsSign) {
-    const auto v = parseJson("-0");
-    ASSERT_TRUE(v);
-    EXPECT_TRUE(std::signbit(v->asDouble()));
-    EXPECT_EQ(v->asInt64(-1), 0);
-    EXPECT_EQ(toJsonString(*v), "-0");
-    EXPECT_EQ(toJsonString(*parseJson("0")), "0");
-    EXPECT_EQ(toJsonString(*parseJson("-0.0")), "-0");
 }
 
 TEST(JsonNumbers, RoundTripIsBitExact) {
@@ -911,44 +536,6 @@ TEST(JsonRoundTrip, DocumentSurvivesCompactAndPrettyForms) {
     EXPECT_EQ(toJsonString(*fromPretty), compact);
     EXPECT_EQ(compact, R"({"name":"caf\udce9\n","size":1099511627776,"ratio":0.75,"ok":true,"none":null,)"
                        R"("children":["\udcff",{"deep":[-1]},[]]})");
-}
-
-TEST(JsonValueBuilding, NullTurnsIntoTheContainerABuilderNeeds) {
-    JsonValue list;
-    list.append(1);
-    list.append(JsonValue()).append(2); // appends to the new element, which was null
-    ASSERT_TRUE(list.isArray());
-    EXPECT_EQ(toJsonString(list), "[1,[2]]");
-
-    JsonValue object;
-    object.set("a", 1);
-    object.set("b", "x");
-    object.set("a", 3);
-    EXPECT_EQ(toJsonString(object), R"({"a":3,"b":"x"})");
-    *object.find("b") = false;
-    EXPECT_EQ(toJsonString(object), R"({"a":3,"b":false})");
-}
-
-TEST(JsonValueBuilding, IntegerTypesKeepTheirValue) {
-    EXPECT_EQ(JsonValue(static_cast<std::uint8_t>(200)).asInt64(), 200);
-    EXPECT_EQ(JsonValue(-7).asInt64(), -7);
-    EXPECT_FALSE(JsonValue(-7).isUInt64());
-    EXPECT_FALSE(JsonValue(std::numeric_limits<std::uint64_t>::max()).isInt64());
-    EXPECT_TRUE(JsonValue(std::uint64_t{5}).isInt64());
-    EXPECT_EQ(toJsonString(JsonValue(std::numeric_limits<std::uint64_t>::max())), "18446744073709551615");
-}
-
-TEST(JsonValueBuilding, EqualityComparesStructureAndNumericValue) {
-    EXPECT_EQ(JsonValue(1), JsonValue(1.0));
-    EXPECT_NE(JsonValue(1), JsonValue(2));
-    EXPECT_NE(JsonValue(1), JsonValue("1"));
-    EXPECT_NE(JsonValue(), JsonValue(false));
-    // Equal as doubles, but not as the integers they are.
-    EXPECT_NE(JsonValue(std::int64_t{9007199254740993}), JsonValue(9007199254740992.0));
-    EXPECT_EQ(*parseJson(R"({"a":[1,{"b":null}]})"), *parseJson(R"({ "a" : [ 1.0 , { "b" : null } ] })"));
-    EXPECT_NE(*parseJson(R"({"a":1,"b":2})"), *parseJson(R"({"b":2,"a":1})")); // order is part of a record
-    EXPECT_NE(*parseJson("[1,2]"), *parseJson("[1,2,3]"));
-    EXPECT_NE(*parseJson(R"(["a\udce9"])"), *parseJson(R"(["a\u00e9"])"));
 }
 
 } // namespace
