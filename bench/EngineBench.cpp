@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 #include "scan/DiskScanner.h"
 #include "tree/FileNode.h"
+#include "tree/NodeArena.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>
@@ -53,7 +54,7 @@ void scanBenchmark(benchmark::State& state, bool parallel) {
     ScanEnvironment env = platform::scanEnvironment();
     env.threads = static_cast<unsigned>(state.range(0));
     long long nodes = 0, files = 0;
-    double bytesPerNode = 0;
+    double bytesPerNode = 0, arenaPerNode = 0;
     for (auto _ : state) {
         const long before = residentBytes();
         DiskScanner scanner(250, {}, {}, env);
@@ -62,6 +63,7 @@ void scanBenchmark(benchmark::State& state, bool parallel) {
         nodes = countNodes(*root);
         files = root->itemCount();
         bytesPerNode = static_cast<double>(after - before) / static_cast<double>(nodes);
+        arenaPerNode = static_cast<double>(NodeArena::liveBlocks() * NodeArena::kBlockSize) / static_cast<double>(nodes);
         state.PauseTiming();
         root = nullptr; // freeing is not part of the scan
         state.ResumeTiming();
@@ -69,6 +71,7 @@ void scanBenchmark(benchmark::State& state, bool parallel) {
     state.counters["nodes"] = static_cast<double>(nodes);
     state.counters["files/s"] = benchmark::Counter(static_cast<double>(files), benchmark::Counter::kIsIterationInvariantRate);
     state.counters["rssBytesPerNode"] = bytesPerNode;
+    state.counters["arenaBytesPerNode"] = arenaPerNode;
 }
 
 void BM_ScanSerial(benchmark::State& state) { scanBenchmark(state, false); }

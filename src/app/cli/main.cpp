@@ -21,11 +21,12 @@ using namespace brenvo;
 namespace {
 
 constexpr const char* kUsage =
-    "usage: brenvo-cli scan PATH [--max-children N] [--progress]\n"
+    "usage: brenvo-cli scan PATH [--max-children N] [--progress] [--threads N]\n"
     "\n"
     "  scan PATH           measure PATH and print its tree of sizes as JSON on standard output\n"
     "  --max-children N    keep at most N entries per folder, folding the smallest into one (default 250)\n"
-    "  --progress          report progress on standard error while scanning\n";
+    "  --progress          report progress on standard error while scanning\n"
+    "  --threads N         walk with N threads (default: sixteen per core, 16 to 64)\n";
 
 int usageError(const std::string& message) {
     std::fprintf(stderr, "brenvo-cli: %s\n%s", message.c_str(), kUsage);
@@ -40,6 +41,7 @@ int scanError(const std::string& path, const std::string& reason) {
 struct ScanArguments {
     std::string path;
     int maxChildren = 250;
+    unsigned threads = 0;
     bool progress = false;
 };
 
@@ -48,14 +50,19 @@ std::optional<int> parseScan(const std::vector<std::string>& args, ScanArguments
         const std::string& arg = args[i];
         if (arg == "--progress") {
             out.progress = true;
-        } else if (arg == "--max-children") {
-            if (i + 1 >= args.size()) return usageError("--max-children needs a number");
+        } else if (arg == "--max-children" || arg == "--threads") {
+            const long limit = arg == "--threads" ? 256 : 1'000'000;
+            if (i + 1 >= args.size()) return usageError(arg + " needs a number");
             const std::string& text = args[++i];
             char* end = nullptr;
             long n = std::strtol(text.c_str(), &end, 10);
-            if (text.empty() || *end != 0 || n < 1 || n > 1'000'000)
-                return usageError("--max-children takes a whole number from 1 to 1000000, not \u201c" + text + "\u201d");
-            out.maxChildren = static_cast<int>(n);
+            if (text.empty() || *end != 0 || n < 1 || n > limit)
+                return usageError(arg + " takes a whole number from 1 to " + std::to_string(limit) + ", not \u201c" +
+                                  text + "\u201d");
+            if (arg == "--threads")
+                out.threads = static_cast<unsigned>(n);
+            else
+                out.maxChildren = static_cast<int>(n);
         } else if (arg == "--") {
             if (i + 2 != args.size() || !out.path.empty()) return usageError("scan takes one PATH");
             out.path = args[i + 1];
@@ -73,32 +80,28 @@ std::optional<int> parseScan(const std::vector<std::string>& args, ScanArguments
 }
 
 // Ctrl-C and SIGTERM stop a scan cleanly: a thread waits for the signal and asks the walk to stop.
+// SIGUSR1 is how the waiter is told to end when the scan is over.
 class SignalStop {
 public:
     SignalStop() {
         sigemptyset(&set_);
-        sigaddset(&set_, SIGINT);
-        sigaddset(&set_, SIGTERM);
+        for (int signal : {SIGINT, SIGTERM, SIGUSR1}) sigaddset(&set_, signal);
         pthread_sigmask(SIG_BLOCK, &set_, nullptr);
-        waiter_ = std::jthread([this](std::stop_token own) {
+        waiter_ = std::thread([this] {
             int signal = 0;
-            while (!own.stop_requested()) {
-                struct timespec tick = {0, 200'000'000};
-                siginfo_t info;
-                signal = sigtimedwait(&set_, &info, &tick);
-                if (signal == SIGINT || signal == SIGTERM) {
-                    source_.request_stop();
-                    return;
-                }
-            }
+            if (sigwait(&set_, &signal) == 0 && signal != SIGUSR1) source_.request_stop();
         });
+    }
+    ~SignalStop() {
+        pthread_kill(waiter_.native_handle(), SIGUSR1);
+        waiter_.join();
     }
     std::stop_token token() const { return source_.get_token(); }
 
 private:
     sigset_t set_;
     std::stop_source source_;
-    std::jthread waiter_;
+    std::thread waiter_;
 };
 
 int scanCommand(const std::vector<std::string>& args) {
@@ -113,7 +116,9 @@ int scanCommand(const std::vector<std::string>& args) {
                          p.currentPath.empty() ? "" : " \u2014 ", p.currentPath.c_str());
         };
     }
-    DiskScanner scanner(options.maxChildren, {}, report, platform::scanEnvironment());
+    ScanEnvironment environment = platform::scanEnvironment();
+    environment.threads = options.threads;
+    DiskScanner scanner(options.maxChildren, {}, report, std::move(environment));
     NodeRef root;
     try {
         root = scanner.scanInParallel(options.path, signals.token());

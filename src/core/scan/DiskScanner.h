@@ -35,7 +35,7 @@ struct ScanEnvironment {
     std::vector<std::string> packageExtensions; // a folder with one of these extensions is a package
     std::string iCloudDrivePath;                // the folder shown as "iCloud Drive"
     std::shared_ptr<const MountRules> mounts;   // file systems not to enter; none means enter all
-    unsigned threads = 0;                       // workers of a parallel scan; 0 picks a number
+    unsigned threads = 0;                       // workers of a parallel scan; 0: sixteen per core, 16 to 64
 };
 
 // Walks one folder into a tree of sizes. Sizes are allocated bytes; symbolic links are neither followed

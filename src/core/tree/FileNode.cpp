@@ -15,14 +15,16 @@ struct FileNode::Rare {
 };
 
 // Present on folders with children and on nodes that carry a change, a last-opened date or a rare field.
+// A file's count is 1 and an empty folder's 0 without it: most nodes are files and never need one.
 struct FileNode::Aux {
     std::vector<FileNode*> children; // each holds one reference
+    int64_t itemCount = 0;
     int64_t change = 0;
     double lastOpened = 0;
     std::unique_ptr<Rare> rare;
 };
 
-static_assert(sizeof(FileNode) == 48, "FileNode grew: every byte counts millions of times");
+static_assert(sizeof(FileNode) == 40, "FileNode grew: every byte counts millions of times");
 
 std::string joinPath(std::string_view folder, std::string_view name) {
     std::string out;
@@ -84,8 +86,17 @@ std::optional<Date> FileNode::lastOpened() const {
 }
 
 FileNode::Aux& FileNode::aux() {
-    if (!aux_) aux_ = new Aux;
+    if (!aux_) {
+        aux_ = new Aux;
+        aux_->itemCount = implicitItemCount();
+    }
     return *aux_;
+}
+
+int64_t FileNode::itemCount() const { return aux_ ? aux_->itemCount : implicitItemCount(); }
+
+void FileNode::setItemCount(int64_t count) {
+    if (aux_ || count != implicitItemCount()) aux().itemCount = count;
 }
 
 const std::string* FileNode::location() const {
@@ -182,7 +193,7 @@ FileNode* FileNode::find(std::string_view wanted) {
 void FileNode::addToAncestors(FileNode* from, int64_t sizeDelta, int64_t countDelta) {
     for (FileNode* n = from; n; n = n->parent_) {
         n->size_ = checkedAdd(n->size_, sizeDelta);
-        n->itemCount_ = checkedAdd(n->itemCount_, countDelta);
+        n->setItemCount(checkedAdd(n->itemCount(), countDelta));
         if (n->flags_ & kHasChange) n->aux_->change = checkedAdd(n->aux_->change, sizeDelta);
     }
 }
@@ -206,7 +217,7 @@ void FileNode::replace(const NodeRef& replacement) {
     if (at == siblings.end()) return;
     FileNode* fresh = replacement.get();
     const int64_t delta = checkedSub(fresh->size_, size_);
-    const int64_t countDelta = checkedSub(fresh->itemCount_, itemCount_);
+    const int64_t countDelta = checkedSub(fresh->itemCount(), itemCount());
 
     rememberLocation();
     ++fresh->refs_;
@@ -231,7 +242,7 @@ void FileNode::removeFromParent() {
     const auto count = static_cast<uint32_t>(siblings.end() - removed);
     siblings.erase(removed, siblings.end());
     refs_ -= count;
-    addToAncestors(parent, checkedSub(0, size_), checkedSub(0, itemCount_));
+    addToAncestors(parent, checkedSub(0, size_), checkedSub(0, itemCount()));
     parent_ = nullptr;
 }
 
@@ -246,7 +257,7 @@ void FileNode::reinsert(FileNode* folder) {
     ++refs_;
     parent_ = folder;
     forgetDerivableLocation();
-    addToAncestors(folder, size_, itemCount_);
+    addToAncestors(folder, size_, itemCount());
 }
 
 void FileNode::free() {

@@ -63,7 +63,7 @@ public:
     bool isAggregate() const { return kind_ == Kind::aggregate; }
     std::optional<Date> modified() const;
     int64_t size() const { return size_; }
-    int64_t itemCount() const { return itemCount_; }
+    int64_t itemCount() const;
     std::span<FileNode* const> children() const;
     FileNode* parent() const { return parent_; }
     bool couldNotRead() const { return flags_ & kCouldNotRead; }
@@ -89,7 +89,7 @@ public:
 
     // Building and patching. These touch this node only; no ancestor is adjusted.
     void setSize(int64_t size) { size_ = size; }
-    void setItemCount(int64_t count) { itemCount_ = count; }
+    void setItemCount(int64_t count);
     void setCouldNotRead(bool value) { setFlag(kCouldNotRead, value); }
     void setSkippedReason(std::optional<std::string_view> reason);
     void setChange(std::optional<int64_t> change);
@@ -121,6 +121,7 @@ private:
 
     void setFlag(uint8_t flag, bool on) { flags_ = on ? (flags_ | flag) : (flags_ & ~flag); }
     Aux& aux();
+    int64_t implicitItemCount() const { return kind_ == Kind::file ? 1 : 0; }
     const std::string* location() const;
     bool matchesComponent(std::string_view parentPath, std::string_view component) const;
     void rememberLocation();
@@ -134,10 +135,9 @@ private:
     uint8_t flags_ = 0;
     uint16_t nameLength_ = 0;
     int64_t size_ = 0;
-    int64_t itemCount_ = 0;
     double modified_ = 0;
     FileNode* parent_ = nullptr;
-    Aux* aux_ = nullptr; // children and rarely present fields; absent on most files
+    Aux* aux_ = nullptr; // children, the item count and rarely present fields; absent on most files
     // The name's bytes follow the object in the same allocation.
 };
 

@@ -26,6 +26,7 @@ struct BlockHeader {
 constexpr size_t kHeader = (sizeof(BlockHeader) + NodeArena::kAlignment - 1) & ~(NodeArena::kAlignment - 1);
 
 std::atomic<uint64_t> nextIdBase{NodeArena::kBlockSize / NodeArena::kAlignment};
+std::atomic<long long> liveBlockCount{0};
 #ifdef BRENVO_COUNT_NODES
 std::atomic<long long> liveNodeCount{0};
 #endif
@@ -39,6 +40,7 @@ void dropReference(BlockHeader* block) {
         block->~BlockHeader();
         BRENVO_UNPOISON(block, NodeArena::kBlockSize);
         munmap(block, NodeArena::kBlockSize);
+        liveBlockCount.fetch_sub(1, std::memory_order_relaxed);
     }
 }
 
@@ -57,6 +59,7 @@ BlockHeader* mapBlock() {
     block->live.store(1, std::memory_order_relaxed);
     block->idBase = nextIdBase.fetch_add(size / NodeArena::kAlignment, std::memory_order_relaxed);
     BRENVO_POISON(reinterpret_cast<char*>(aligned) + kHeader, size - kHeader);
+    liveBlockCount.fetch_add(1, std::memory_order_relaxed);
     return block;
 }
 
@@ -104,6 +107,8 @@ uint64_t NodeArena::idOf(const void* node) {
     auto offset = reinterpret_cast<uintptr_t>(node) & (kBlockSize - 1);
     return headerOf(node)->idBase + offset / kAlignment;
 }
+
+long long NodeArena::liveBlocks() { return liveBlockCount.load(); }
 
 long long NodeArena::liveNodes() {
 #ifdef BRENVO_COUNT_NODES

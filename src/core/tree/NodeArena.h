@@ -24,6 +24,8 @@ public:
 
     // Nodes alive in the whole process; counted only in builds with BRENVO_COUNT_NODES, -1 otherwise.
     static long long liveNodes();
+    // Blocks mapped in the whole process, for measuring what the tree costs.
+    static long long liveBlocks();
 };
 
 } // namespace brenvo
