@@ -8,8 +8,9 @@ JOBS ?= $(shell nproc)
 RELEASE := build/release
 CHECKED := build/checked
 
-PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libgl-dev libicu-dev \
-            libgtest-dev libgmock-dev libbenchmark-dev adwaita-icon-theme findutils coreutils
+PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libqt6svg6 libgl-dev libicu-dev \
+            libgtest-dev libgmock-dev libbenchmark-dev adwaita-icon-theme fonts-dejavu-core \
+            findutils coreutils
 PEERS := gdu ncdu time
 
 .PHONY: setup build run test bench peers clean

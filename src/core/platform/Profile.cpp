@@ -58,7 +58,31 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
                          dir("PUBLICSHARE", "Public"),
                          dir("TEMPLATES", "Templates")};
     p.packageExtensions = brenvo::packageExtensions();
+    // Longer entries first, so a sentence is replaced whole before any phrase inside it.
+    p.dialect = {
+        {"macOS didn't allow access to \u201c{name}\u201d. You can allow it in System Settings \u2192 Privacy & "
+         "Security \u2192 Files and Folders.",
+         "You don't have permission to look inside \u201c{name}\u201d."},
+        {"Empty the Trash from Finder.", "Empty the Trash from your file manager."},
+        {"Show free space in the menu bar", "Show free space in the system tray"},
+        {"Ask from Finder", "Ask from your file manager"},
+        {"Reveal in Finder", "Show in Folder"},
+        {"Show in Finder", "Show in Folder"},
+        {"Open in Finder", "Open in File Manager"},
+        {"this Mac", "this computer"},
+        {"your Mac", "your computer"},
+        {"Your Mac", "Your computer"},
+    };
     return p;
+}
+
+std::string Profile::say(std::string_view text) const {
+    std::string out(text);
+    for (const auto& [mac, here] : dialect) {
+        for (size_t at = out.find(mac); at != std::string::npos; at = out.find(mac, at + here.size()))
+            out.replace(at, mac.size(), here);
+    }
+    return out;
 }
 
 } // namespace brenvo

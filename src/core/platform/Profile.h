@@ -5,6 +5,8 @@
 #endif
 
 #include <map>
+#include <string_view>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,9 @@ struct Profile {
     std::string documentsPath;
     std::vector<std::string> standardFolders; // the home and its well-known folders
     std::vector<std::string> packageExtensions;
+    // The program's words that name Mac things, and what this system calls them instead: whole sentences
+    // and short phrases, replaced wherever they occur. Empty on the Mac.
+    std::vector<std::pair<std::string, std::string>> dialect;
 
     static Profile mac(const std::string& home);
     // `userDirs` maps XDG names (DESKTOP, DOCUMENTS, DOWNLOAD, MUSIC, PICTURES, VIDEOS, PUBLICSHARE,
@@ -33,6 +38,9 @@ struct Profile {
     static Profile linux(const std::string& home, const std::map<std::string, std::string>& userDirs = {});
 
     bool isMac() const { return kind == Kind::mac; }
+    // `text` in this system's words. Templates go through here before their values are filled in, so a
+    // file that happens to be called "Finder" keeps its name.
+    std::string say(std::string_view text) const;
 };
 
 // The folders both profiles treat as packages: measured whole, shown as one item.

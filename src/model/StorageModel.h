@@ -1,0 +1,158 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QString>
+
+#ifndef Q_MOC_RUN // moc can't parse the C++20 standard headers the engine uses
+#include "BackgroundTasks.h"
+#include "DeletionLog.h"
+#include "FolderWatcher.h"
+#include "ScanLocation.h"
+#include "explain/AppCatalog.h"
+#include "scan/DiskScanner.h"
+#include "tree/FileNode.h"
+#include "util/Date.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <stop_token>
+#include <string>
+#include <vector>
+#endif
+
+namespace brenvo {
+
+// The application's one central state: the tree of the scanned folder, where the user is in it, and the
+// life of a scan. Lives on the main thread; screens observe its signals and call its operations, and keep
+// no copy of its state. Background work reaches it only through the main thread, carrying the scan's
+// generation number, and is dropped when a newer scan has begun.
+class StorageModel : public QObject {
+    Q_OBJECT
+public:
+    enum class Page { folder, overview, duplicates, recentlyDeleted };
+
+    // A tree remembered from an earlier scan of the same location.
+    struct Remembered {
+        NodeRef tree;
+        Date date;
+    };
+    // Reads the remembered tree of a location's path, off the main thread.
+    using SnapshotSource = std::function<std::optional<Remembered>(const std::string& locationPath)>;
+    using Skipped = DiskScanner::Skipped;
+
+    explicit StorageModel(QObject* parent = nullptr);
+    ~StorageModel() override;
+
+    const std::optional<ScanLocation>& location() const { return location_; }
+    // A new value different from the old one is what starts a scan (through the shell).
+    void setLocation(std::optional<ScanLocation> location);
+    FileNode* root() const { return root_.get(); }
+    FileNode* current() const { return current_.get(); }
+    void setCurrent(FileNode* folder);
+    const QSet<quint64>& selection() const { return selection_; }
+    void setSelection(QSet<quint64> ids);
+    bool isScanning() const { return isScanning_; }
+    bool isRefreshing() const { return isRefreshing_; }
+    std::optional<Date> scannedAt() const { return scannedAt_; }
+    const ScanProgress& progress() const { return progress_; }
+    const std::optional<QString>& errorMessage() const { return errorMessage_; }
+    void clearErrorMessage();
+    Page page() const { return page_; }
+    void setPage(Page page);
+    const std::set<std::string>& hiddenWhilePending() const { return hiddenWhilePending_; }
+    DeletionLog& deletions() { return *deletions_; }
+    const std::optional<std::string>& pendingReveal() const { return pendingReveal_; }
+    int revealToken() const { return revealToken_; }
+    bool hasFullDiskAccess() const { return hasFullDiskAccess_; }
+    const std::shared_ptr<const AppCatalog>& catalog() const { return catalog_; }
+    int revision() const { return revision_; }
+    const FolderWatcher& watcher() const { return watcher_; }
+    const std::vector<std::string>& changesDuringScan() const { return changesDuringScan_; }
+    int scanID() const { return scanID_; }
+    std::optional<Date> changesSince() const { return changesSince_; }
+
+    // Starts or restarts a scan of `location`.
+    void scan(const ScanLocation& location);
+    void cancelScan();
+    // Writes the tree on show to the scan cache; called after every change that patches the tree.
+    void saveCache();
+    // Opens a folder as a custom location.
+    void explore(const std::string& path);
+    // To the enclosing folder, with the folder just left selected.
+    void goUp();
+    // What the folder page lists: the children of `current`.
+    std::vector<FileNode*> listItems() const;
+    // Checked at start and whenever the application becomes active.
+    void refreshFullDiskAccess();
+    // Tells the folder-page screens that node contents changed; every patch of the tree calls it.
+    void bumpRevision();
+
+    // The location under which a path is found: a usual place, the home folder, or the folder holding it.
+    static ScanLocation bestLocation(const std::string& path);
+    static bool checkFullDiskAccess();
+    // The folders a scan doesn't enter, with the reason shown: the profile's Library folder and the
+    // excluded folders of the settings (whose reason wins for a path in both).
+    static Skipped skippedTable();
+
+    // Where remembered trees come from; nothing is remembered by default.
+    void setSnapshotSource(SnapshotSource source) { snapshotSource_ = std::move(source); }
+
+signals:
+    void locationChanged();
+    void pageChanged();
+    void currentChanged();
+    void selectionChanged();
+    void scanStateChanged(); // isScanning, isRefreshing, scannedAt, changesSince
+    void progressChanged();
+    void treeChanged(); // root or revision
+    void errorMessageChanged();
+    void revealed();
+
+private:
+    struct ScanOutcome {
+        NodeRef tree;
+        std::optional<std::string> error; // a failure's words; none with a tree or a cancellation
+    };
+
+    void showRemembered(NodeRef tree, Date date, std::shared_ptr<const AppCatalog> catalog, int id);
+    void finishScan(ScanOutcome outcome, std::shared_ptr<const AppCatalog> catalog,
+                    std::optional<Date> baselineDate, int id);
+    void applyReveal(bool final);
+    void hidePendingDeletions(FileNode& tree);
+    void writeCache(FileNode& tree, bool baselineToo);
+    void setScanState(bool scanning, bool refreshing);
+    void setErrorMessage(std::optional<QString> message);
+    void replaceTree(NodeRef root, FileNode* current);
+
+    std::optional<ScanLocation> location_;
+    NodeRef root_;
+    NodeRef current_;
+    QSet<quint64> selection_;
+    bool isScanning_ = false;
+    bool isRefreshing_ = false;
+    std::optional<Date> scannedAt_;
+    ScanProgress progress_;
+    std::optional<QString> errorMessage_;
+    Page page_ = Page::overview;
+    std::set<std::string> hiddenWhilePending_;
+    DeletionLog* deletions_;
+    std::optional<std::string> pendingReveal_;
+    int revealToken_ = 0;
+    bool hasFullDiskAccess_ = true;
+    std::shared_ptr<const AppCatalog> catalog_;
+    int revision_ = 0;
+    std::optional<std::stop_source> scanTask_;
+    FolderWatcher watcher_;
+    std::vector<std::string> changesDuringScan_;
+    int scanID_ = 0;
+    std::optional<Date> changesSince_;
+
+    SnapshotSource snapshotSource_;
+    BackgroundTasks tasks_; // last: its end waits for the tasks, while everything above still exists
+};
+
+} // namespace brenvo

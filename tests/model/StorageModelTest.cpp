@@ -1,0 +1,234 @@
+#include "EventLoop.h"
+#include "Preferences.h"
+#include "StorageModel.h"
+#include "TempTree.h"
+#include "Unprivileged.h"
+#include "platform/Platform.h"
+
+#include <QSignalSpy>
+#include <gtest/gtest.h>
+#include <filesystem>
+#include <thread>
+
+using namespace brenvo;
+using brenvo::test::settle;
+using brenvo::test::TempTree;
+using brenvo::test::waitFor;
+
+namespace {
+
+// The model as the shell drives it: a change of location starts a scan.
+struct Driven {
+    StorageModel model;
+    Driven() {
+        QObject::connect(&model, &StorageModel::locationChanged, &model, [this] {
+            if (model.location()) model.scan(*model.location());
+        });
+    }
+    bool idle() {
+        return waitFor([this] { return !model.isScanning() && !model.isRefreshing(); });
+    }
+};
+
+FileNode* child(FileNode* n, std::string_view name) {
+    for (FileNode* c : n->children())
+        if (c->name() == name) return c;
+    return nullptr;
+}
+
+} // namespace
+
+TEST(StorageModel, ASecondLocationOvertakesTheFirstCompletely) {
+    TempTree first, second;
+    for (int i = 0; i < 300; ++i) first.file("a" + std::to_string(i % 10) + "/f" + std::to_string(i), 10);
+    second.file("only/b", 10);
+    StorageModel model;
+    std::vector<std::string> progressPaths, rootPaths;
+    QObject::connect(&model, &StorageModel::progressChanged, &model,
+                     [&] { progressPaths.push_back(model.progress().currentPath); });
+    QObject::connect(&model, &StorageModel::treeChanged, &model, [&] {
+        if (model.root()) rootPaths.push_back(model.root()->path());
+    });
+    // The first location even has a remembered tree ready; it must not show either.
+    model.setSnapshotSource([&](const std::string& path) -> std::optional<StorageModel::Remembered> {
+        if (path != first.root()) return std::nullopt;
+        NodeRef old = FileNode::make(FileNode::Kind::folder, "remembered");
+        old->setLocation(path);
+        return StorageModel::Remembered{old, Date{0}};
+    });
+
+    model.scan(ScanLocation::custom(first.root()));
+    EXPECT_TRUE(model.isScanning());
+    model.scan(ScanLocation::custom(second.root()));
+    ASSERT_TRUE(waitFor([&] { return !model.isScanning(); }));
+    settle();
+
+    ASSERT_NE(model.root(), nullptr);
+    EXPECT_EQ(model.root()->path(), second.root());
+    EXPECT_EQ(rootPaths, std::vector<std::string>{second.root()});
+    for (const auto& path : progressPaths) EXPECT_FALSE(path.starts_with(first.root())) << path;
+    EXPECT_EQ(model.progress().files, 1);
+}
+
+TEST(StorageModel, ARememberedTreeShowsAtOnceAndTheScanReplacesIt) {
+    TempTree tree;
+    tree.file("real.txt", 10);
+    StorageModel model;
+    std::vector<std::pair<std::string, bool>> seen; // root name, refreshing
+    QObject::connect(&model, &StorageModel::treeChanged, &model, [&] {
+        if (model.root()) seen.emplace_back(std::string(model.root()->children().empty() ? "" : model.root()->children()[0]->name()), model.isRefreshing());
+    });
+    model.setSnapshotSource([&](const std::string& path) -> std::optional<StorageModel::Remembered> {
+        NodeRef old = FileNode::make(FileNode::Kind::folder, "x");
+        old->setLocation(path);
+        old->adoptChildren({FileNode::make(FileNode::Kind::file, "remembered.txt")});
+        return StorageModel::Remembered{old, Date{1000}};
+    });
+    model.scan(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(waitFor([&] { return !model.isScanning() && !model.isRefreshing(); }));
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0], (std::pair<std::string, bool>{"remembered.txt", true}));
+    EXPECT_EQ(seen[1], (std::pair<std::string, bool>{"real.txt", false}));
+    EXPECT_FALSE(model.changesSince());
+}
+
+TEST(StorageModel, ARefreshKeepsThePlaceAndTheSelectionByPath) {
+    TempTree tree;
+    tree.file("docs/a.txt", 5000);
+    tree.file("docs/b.txt", 100);
+    tree.file("top.txt", 10);
+    Driven d;
+    d.model.setLocation(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(d.idle());
+    FileNode* docs = child(d.model.root(), "docs");
+    d.model.setCurrent(docs);
+    d.model.setSelection({child(docs, "b.txt")->id()});
+    const quint64 oldId = child(docs, "b.txt")->id();
+
+    d.model.scan(*d.model.location());
+    EXPECT_TRUE(d.model.isRefreshing());
+    EXPECT_FALSE(d.model.isScanning());
+    EXPECT_EQ(d.model.current(), docs); // the tree stays on show meanwhile
+    ASSERT_TRUE(d.idle());
+
+    ASSERT_NE(d.model.current(), docs);
+    EXPECT_EQ(d.model.current()->path(), tree.path("docs"));
+    FileNode* b = child(d.model.current(), "b.txt");
+    ASSERT_NE(b, nullptr);
+    EXPECT_NE(b->id(), oldId);
+    EXPECT_EQ(d.model.selection(), QSet<quint64>{b->id()});
+    EXPECT_TRUE(d.model.scannedAt().has_value());
+
+    // A folder that is gone by the next scan falls back to the root.
+    std::filesystem::remove_all(tree.path("docs"));
+    d.model.scan(*d.model.location());
+    ASSERT_TRUE(d.idle());
+    EXPECT_EQ(d.model.current(), d.model.root());
+    EXPECT_TRUE(d.model.selection().isEmpty());
+}
+
+TEST(StorageModel, ALocationReachedThroughALinkCountsAsARefresh) {
+    TempTree tree;
+    tree.file("real/x", 10);
+    tree.symlink("real", "alias");
+    Driven d;
+    d.model.setLocation(ScanLocation::custom(tree.path("alias")));
+    ASSERT_TRUE(d.idle());
+    EXPECT_EQ(d.model.root()->path(), tree.path("real"));
+    d.model.scan(*d.model.location());
+    EXPECT_TRUE(d.model.isRefreshing());
+    ASSERT_TRUE(d.idle());
+}
+
+TEST(StorageModel, CancellingDropsEverythingStillOnItsWay) {
+    TempTree tree;
+    tree.file("x", 10);
+    Driven d;
+    std::atomic<bool> asked{false};
+    d.model.setSnapshotSource([&](const std::string& path) -> std::optional<StorageModel::Remembered> {
+        asked = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(300)); // a slow disk
+        NodeRef old = FileNode::make(FileNode::Kind::folder, "late");
+        old->setLocation(path);
+        return StorageModel::Remembered{old, Date{0}};
+    });
+    QSignalSpy trees(&d.model, &StorageModel::treeChanged);
+    d.model.setLocation(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(waitFor([&] { return asked.load(); }));
+    d.model.cancelScan();
+    EXPECT_FALSE(d.model.isScanning());
+    EXPECT_FALSE(d.model.location().has_value());
+    trees.clear();
+    settle(800);
+    EXPECT_EQ(d.model.root(), nullptr);
+    EXPECT_EQ(trees.count(), 0);
+    EXPECT_FALSE(d.model.watcher().isWatching());
+
+    // Cancelling a refresh keeps the tree and the location.
+    d.model.setSnapshotSource({});
+    d.model.setLocation(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(d.idle());
+    d.model.scan(*d.model.location());
+    d.model.cancelScan();
+    settle();
+    EXPECT_NE(d.model.root(), nullptr);
+    EXPECT_TRUE(d.model.location().has_value());
+}
+
+TEST(StorageModel, FailuresAndUnreadableRootsReachTheUser) {
+    Driven d;
+    d.model.setLocation(ScanLocation::custom("/nonexistent/brenvo"));
+    ASSERT_TRUE(d.idle());
+    EXPECT_EQ(d.model.root(), nullptr);
+    ASSERT_TRUE(d.model.errorMessage().has_value());
+    EXPECT_EQ(d.model.errorMessage()->toStdString(),
+              "The folder \u201c" "brenvo\u201d couldn't be opened: No such file or directory.");
+    EXPECT_FALSE(d.model.watcher().isWatching());
+
+    // A root that can't be listed is shown, saved and watched like any tree, with the message.
+    TempTree tree;
+    tree.file("locked/secret", 10);
+    tree.chmod("locked", 0);
+    const std::string locked = tree.path("locked");
+    std::string outcome = test::runUnprivileged([&] {
+        Driven child;
+        child.model.setLocation(ScanLocation::custom(locked));
+        if (!child.idle() || !child.model.root()) return std::string("no tree");
+        return child.model.errorMessage().value_or(QString()).toStdString() + "|" +
+               (child.model.root()->couldNotRead() ? "unread" : "read") + "|" +
+               (child.model.watcher().isWatching() ? "watching" : "not watching");
+    });
+    EXPECT_EQ(outcome, "You don't have permission to look inside \u201clocked\u201d.|unread|watching");
+}
+
+TEST(StorageModel, GoingUpSelectsTheFolderJustLeft) {
+    TempTree tree;
+    tree.file("a/b/c", 10);
+    Driven d;
+    d.model.setLocation(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(d.idle());
+    FileNode* b = d.model.root()->find(tree.path("a/b"));
+    d.model.setCurrent(b);
+    d.model.goUp();
+    EXPECT_EQ(d.model.current()->path(), tree.path("a"));
+    EXPECT_EQ(d.model.selection(), QSet<quint64>{b->id()});
+    d.model.goUp();
+    d.model.goUp(); // at the root: nothing
+    EXPECT_EQ(d.model.current(), d.model.root());
+}
+
+TEST(StorageModel, BestLocationAndTheSkippedTable) {
+    const std::string home = platform::profile().home;
+    EXPECT_EQ(StorageModel::bestLocation(home + "/Downloads/x.iso"), ScanLocation::downloads());
+    EXPECT_EQ(StorageModel::bestLocation(home + "/Documents/a/b.txt"), ScanLocation::documents());
+    EXPECT_EQ(StorageModel::bestLocation(home + "/Music/song.mp3"), ScanLocation::home());
+    EXPECT_EQ(StorageModel::bestLocation(home + "/Downloads"), ScanLocation::home());
+    EXPECT_EQ(StorageModel::bestLocation("/srv/data/file"), ScanLocation::custom("/srv/data"));
+    EXPECT_EQ(StorageModel::bestLocation("/top"), ScanLocation::custom("/"));
+
+    Preferences::setExcludedFolders({QStringLiteral("/srv/cache")});
+    auto skipped = StorageModel::skippedTable();
+    EXPECT_EQ(skipped.size(), 1u); // no Library folder on Linux
+    EXPECT_EQ(skipped["/srv/cache"], "You excluded this folder in Settings, so Brenvo doesn't look inside it.");
+    Preferences::setExcludedFolders({});
+}
