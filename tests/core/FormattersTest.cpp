@@ -51,3 +51,18 @@ TEST_F(EnglishLocale, CountsAreGroupedByTheLocale) {
     EXPECT_EQ(format::bytes(1'500'000), "1,5 MB");
     EXPECT_EQ(format::bytes(999'999), "1.000 KB");
 }
+
+TEST_F(EnglishLocale, RelativeDatesUseTheLargestUnitAndItsName) {
+    const Date now{800'000'000};
+    auto ago = [&](double seconds) { return format::relativeDate(Date{now.seconds - seconds}, now); };
+    EXPECT_EQ(ago(0), "now");
+    EXPECT_EQ(ago(30), "30 seconds ago");
+    EXPECT_EQ(ago(60), "1 minute ago");
+    EXPECT_EQ(ago(5 * 60 + 59), "5 minutes ago");
+    EXPECT_EQ(ago(3 * 3600), "3 hours ago");
+    EXPECT_EQ(ago(86400 + 10), "yesterday");
+    EXPECT_EQ(ago(3 * 86400), "3 days ago");
+    EXPECT_EQ(ago(8 * 86400), "last week");
+    EXPECT_EQ(ago(400 * 86400), "last year");
+    EXPECT_EQ(ago(-2 * 3600), "in 2 hours");
+}

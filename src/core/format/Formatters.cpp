@@ -6,6 +6,7 @@
 #include <mutex>
 #include <unicode/locid.h>
 #include <unicode/numberformatter.h>
+#include <unicode/reldatefmt.h>
 
 namespace brenvo::format {
 
@@ -38,11 +39,15 @@ icu::Locale environmentLocale() {
 }
 
 std::unique_ptr<Formatters> current;
+icu::Locale chosenLocale;
 std::once_flag made;
 
 const Formatters& formatters() {
     std::call_once(made, [] {
-        if (!current) current = std::make_unique<Formatters>(environmentLocale());
+        if (!current) {
+            chosenLocale = environmentLocale();
+            current = std::make_unique<Formatters>(chosenLocale);
+        }
     });
     return *current;
 }
@@ -60,7 +65,8 @@ std::string render(double value, int digits) {
 
 void setLocale(const std::string& name) {
     formatters(); // settle the once-flag first so a later call can't replace the choice
-    current = std::make_unique<Formatters>(name.empty() ? environmentLocale() : icu::Locale(name.c_str()));
+    chosenLocale = name.empty() ? environmentLocale() : icu::Locale(name.c_str());
+    current = std::make_unique<Formatters>(chosenLocale);
 }
 
 std::string bytes(int64_t size) {
@@ -93,6 +99,39 @@ std::string count(int64_t n) {
     std::string out;
     if (U_FAILURE(status)) return std::to_string(n);
     formatted.toString(status).toUTF8String(out);
+    return out;
+}
+
+std::string relativeDate(Date when, Date now) {
+    formatters();
+    const double delta = when.seconds - now.seconds;
+    const double magnitude = std::fabs(delta);
+    struct Step {
+        double seconds;
+        URelativeDateTimeUnit unit;
+    };
+    static const Step steps[] = {
+        {365.0 * 86400, UDAT_REL_UNIT_YEAR}, {30.0 * 86400, UDAT_REL_UNIT_MONTH}, {7.0 * 86400, UDAT_REL_UNIT_WEEK},
+        {86400, UDAT_REL_UNIT_DAY},          {3600, UDAT_REL_UNIT_HOUR},          {60, UDAT_REL_UNIT_MINUTE},
+    };
+    double amount = std::trunc(delta);
+    URelativeDateTimeUnit unit = UDAT_REL_UNIT_SECOND;
+    for (const Step& step : steps) {
+        if (magnitude >= step.seconds) {
+            amount = std::trunc(delta / step.seconds);
+            unit = step.unit;
+            break;
+        }
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    icu::RelativeDateTimeFormatter formatter(chosenLocale, nullptr, UDAT_STYLE_LONG,
+                                             UDISPCTX_CAPITALIZATION_NONE, status);
+    if (U_FAILURE(status)) return {};
+    icu::UnicodeString text;
+    // The named forms ("yesterday", "now") come from format(); it falls back to numbers where none exist.
+    formatter.format(amount == 0 ? 0.0 : amount, unit, text, status);
+    std::string out;
+    if (U_SUCCESS(status)) text.toUTF8String(out);
     return out;
 }
 

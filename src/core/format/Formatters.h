@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/Date.h"
+
 #include <cstdint>
 #include <string>
 
@@ -10,6 +12,9 @@ namespace brenvo::format {
 std::string bytes(int64_t size);
 // A count in the locale's grouped style: "1,234,567".
 std::string count(int64_t n);
+// How long ago (or ahead) `when` is from `now`, in the largest whole unit, named where the language has a
+// name for it: "now", "5 minutes ago", "yesterday", "in 2 hours", "last year".
+std::string relativeDate(Date when, Date now);
 
 // The locale whose grouping the formatters use, e.g. "en_US" or "de_DE". Empty means the environment's
 // locale (a "C" or "POSIX" environment reads as en_US). Call before formatting starts; not thread-safe.
