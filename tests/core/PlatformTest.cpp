@@ -80,3 +80,30 @@ TEST(Profile, TheSystemProfileReadsTheUsersFolderNames) {
     EXPECT_EQ(p.documentsPath, "/srv/docs");
     EXPECT_NE(std::find(p.standardFolders.begin(), p.standardFolders.end(), "/home/u/Music"), p.standardFolders.end());
 }
+
+TEST(MountTable, DisksAreTheWritableBrowsableMountsTheUserSees) {
+    const std::string text =
+        "25 1 259:2 / / rw,relatime shared:1 - ext4 /dev/nvme0n1p2 rw,errors=remount-ro\n"
+        "26 25 0:5 / /dev rw,nosuid shared:2 - devtmpfs udev rw,size=8000000k\n"
+        "27 25 0:22 / /proc rw,nosuid,nodev,noexec shared:12 - proc proc rw\n"
+        "28 25 0:25 / /run rw,nosuid,nodev,noexec shared:5 - tmpfs tmpfs rw,mode=755\n"
+        "29 25 0:40 / /media/cd rw,relatime shared:20 - ext4 /dev/sdx1 rw\n"
+        "30 25 259:1 / /boot/efi rw,relatime shared:30 - vfat /dev/nvme0n1p1 rw,fmask=0077\n"
+        "31 25 259:3 / /home rw,relatime shared:31 - ext4 /dev/nvme0n1p3 rw,errors=remount-ro\n"
+        "32 25 0:41 / /mnt/nas rw,relatime shared:32 - nfs4 nas:/export rw,vers=4.2\n"
+        "33 25 0:30 / /tmp rw,nosuid,nodev shared:33 - tmpfs tmpfs rw\n"
+        "34 25 7:0 / /snap/core22/1033 ro,nodev,relatime shared:34 - squashfs /dev/loop0 ro\n"
+        "35 25 0:50 / /var/lib/docker/overlay2/ab12/merged rw,relatime - overlay overlay rw,lowerdir=/x\n"
+        "36 25 259:2 /var/lib/docker/containers/ab12/hosts /etc/hosts rw,relatime - ext4 /dev/nvme0n1p2 rw\n"
+        "37 28 0:60 / /run/user/1000 rw,nosuid,nodev shared:37 - tmpfs tmpfs rw,uid=1000\n"
+        "38 37 0:61 / /run/user/1000/doc rw,nosuid,nodev shared:38 - fuse.portal portal rw,user_id=1000\n"
+        "39 28 8:17 / /run/media/u/KEY rw,nosuid,nodev,relatime shared:39 - vfat /dev/sdb1 rw,uid=1000\n"
+        "40 25 8:33 / /media/My\\040Disk rw,relatime shared:40 - ext4 /dev/sdc1 rw\n"
+        "41 25 8:49 / /devel rw,relatime shared:41 - xfs /dev/sdd1 rw\n"
+        "42 29 11:0 / /media/cd rw,nosuid,nodev shared:42 - iso9660 /dev/sr0 ro,nojoliet\n"
+        "43 25 0:62 / /mnt/nas rw,relatime shared:43 - nfs4 nas:/export rw,vers=4.2\n";
+    auto disks = MountTable::disksFrom(text, [](const std::string& path) { return path != "/etc/hosts"; });
+    // "errors=remount-ro" is not "ro"; /devel is not under /dev; the disc over /media/cd is read-only and
+    // hides the disk mounted there before; the NAS mounted again counts once, where it is now.
+    EXPECT_EQ(disks, (std::vector<std::string>{"/home", "/run/media/u/KEY", "/media/My Disk", "/devel", "/mnt/nas"}));
+}

@@ -4,6 +4,8 @@
 #include "scan/DiskScanner.h"
 
 #include <memory>
+#include <string>
+#include <vector>
 
 // The platform seam: what the program asks of the system it runs on. Answered by the platform library
 // (src/platform), which the build picks for the system; the engine only declares the questions.
@@ -24,5 +26,8 @@ ScanEnvironment scanEnvironment();
 std::string homeDirectory();              // the user's home, real and standardised
 Profile systemProfile(const std::string& home);
 std::shared_ptr<const MountRules> mountRules();
+
+// The user's other disks: writable, browsable mounts other than "/", in the system's order.
+std::vector<std::string> mountedDisks();
 
 } // namespace brenvo::platform
