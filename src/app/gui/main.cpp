@@ -1,20 +1,34 @@
+// brenvo: the application. Start-up runs in a fixed order: the delegate (with the SIGTERM path), the
+// model with its sub-models, the settings' defaults, then the window. `brenvo PATH` opens PATH as a
+// custom location.
+#include "AppDelegate.h"
+#include "MainWindow.h"
 #include "Preferences.h"
-#include "ScanWindow.h"
+#include "StorageModel.h"
 #include "Text.h"
 #include "scan/FileSystem.h"
 
 #include <QApplication>
-#include <QDir>
 
 int main(int argc, char** argv) {
-    brenvo::fs::raiseDescriptorLimit();
+    using namespace brenvo;
+    fs::raiseDescriptorLimit();
+    // Taken before Qt sees the arguments: a folder's name need not be valid text.
+    const std::string opened = argc > 1 && argv[1][0] != '-' ? std::string(argv[1]) : std::string();
+
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Brenvo"));
     QApplication::setOrganizationName(QStringLiteral("Brenvo"));
-    brenvo::Preferences::registerDefaults();
-    // The path is taken as raw bytes: a folder name need not be valid text.
-    brenvo::ScanWindow window(argc > 1 ? brenvo::toQString(argv[1]) : QDir::homePath());
+    QApplication::setDesktopFileName(QStringLiteral("brenvo"));
+
+    AppDelegate delegate;
+    StorageModel model;
+    Preferences::registerDefaults();
+    delegate.applicationDidFinishLaunching();
+    QApplication::setQuitOnLastWindowClosed(AppDelegate::shouldTerminateAfterLastWindowClosed());
+
+    MainWindow window(model);
     window.show();
-    window.startScan();
+    if (!opened.empty()) model.explore(DiskScanner::realPath(opened));
     return QApplication::exec();
 }

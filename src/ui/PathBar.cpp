@@ -1,0 +1,110 @@
+#include "PathBar.h"
+
+#include "Icons.h"
+#include "StorageModel.h"
+#include "Text.h"
+#include "Words.h"
+#include "format/Formatters.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QResizeEvent>
+#include <QShortcut>
+#include <QToolButton>
+
+namespace brenvo {
+
+PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(8, 4, 8, 4);
+    back_ = new QToolButton(this);
+    back_->setIcon(icon("chevron.left"));
+    back_->setText(QStringLiteral("Back to the enclosing folder"));
+    back_->setToolTip(QStringLiteral("Back to the enclosing folder"));
+    back_->setAutoRaise(true);
+    back_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_Up));
+    layout->addWidget(back_);
+    crumbHolder_ = new QWidget(this);
+    crumbs_ = new QHBoxLayout(crumbHolder_);
+    crumbs_->setContentsMargins(0, 0, 0, 0);
+    crumbs_->setSpacing(0);
+    layout->addWidget(crumbHolder_);
+    layout->addStretch(1);
+    status_ = new QLabel(this);
+    status_->setForegroundRole(QPalette::PlaceholderText);
+    layout->addWidget(status_);
+    layout->addSpacing(12);
+    total_ = new QLabel(this);
+    total_->setToolTip(QStringLiteral("Includes its subfolders"));
+    layout->addWidget(total_);
+
+    connect(back_, &QToolButton::clicked, &model_, &StorageModel::goUp);
+    connect(&model_, &StorageModel::currentChanged, this, &PathBar::rebuildCrumbs);
+    connect(&model_, &StorageModel::treeChanged, this, &PathBar::rebuildCrumbs);
+    connect(&model_, &StorageModel::scanStateChanged, this, &PathBar::refreshRight);
+    rebuildCrumbs();
+}
+
+QString PathBar::statusText() const { return status_->isHidden() ? QString() : status_->text(); }
+QString PathBar::totalText() const { return total_->text(); }
+
+void PathBar::rebuildCrumbs() {
+    while (QLayoutItem* item = crumbs_->takeAt(0)) {
+        delete item->widget();
+        delete item;
+    }
+    FileNode* current = model_.current();
+    back_->setEnabled(current && current->parent());
+    std::vector<FileNode*> way;
+    for (FileNode* n = current; n; n = n->parent()) way.insert(way.begin(), n);
+    for (size_t i = 0; i < way.size(); ++i) {
+        if (i > 0) {
+            auto* chevron = new QLabel(crumbHolder_);
+            chevron->setPixmap(icon("chevron.right").pixmap(12, 12));
+            crumbs_->addWidget(chevron);
+        }
+        auto* crumb = new QToolButton(crumbHolder_);
+        crumb->setText(toQString(way[i]->name()));
+        crumb->setAutoRaise(true);
+        crumb->setToolTip(toQString(way[i]->path()));
+        if (i + 1 == way.size()) {
+            QFont bold = crumb->font();
+            bold.setWeight(QFont::DemiBold);
+            crumb->setFont(bold);
+        }
+        NodeRef target(way[i]);
+        connect(crumb, &QToolButton::clicked, this, [this, target] {
+            model_.setCurrent(target.get());
+            model_.setSelection({});
+        });
+        crumbs_->addWidget(crumb);
+    }
+    refreshRight();
+}
+
+void PathBar::refreshRight() {
+    if (model_.isRefreshing())
+        status_->setText(QStringLiteral("Showing your last scan while a fresh one runs."));
+    else if (auto at = model_.scannedAt())
+        status_->setText(QStringLiteral("Scanned %1").arg(QString::fromStdString(format::relativeDate(*at, Date::now()))));
+    else
+        status_->clear();
+    FileNode* current = model_.current();
+    total_->setText(current ? QStringLiteral("%1 in %2 files").arg(sizeText(current->size()), countText(current->itemCount()))
+                            : QString());
+    fitRight();
+}
+
+// The status goes first when space runs short; the total always stays.
+void PathBar::fitRight() {
+    const int needed = back_->sizeHint().width() + crumbHolder_->sizeHint().width() +
+                       status_->sizeHint().width() + total_->sizeHint().width() + 60;
+    status_->setVisible(!status_->text().isEmpty() && needed <= width());
+}
+
+void PathBar::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    fitRight();
+}
+
+} // namespace brenvo

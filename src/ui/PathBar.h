@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QWidget>
+
+class QHBoxLayout;
+class QLabel;
+class QToolButton;
+
+namespace brenvo {
+
+class StorageModel;
+
+// Above the folder's contents: back to the enclosing folder, the way from the root as buttons, and the
+// scan's status beside the folder's total, as much of it as fits.
+class PathBar : public QWidget {
+    Q_OBJECT
+public:
+    explicit PathBar(StorageModel& model, QWidget* parent = nullptr);
+
+    QToolButton* backButton() const { return back_; }
+    QString statusText() const;
+    QString totalText() const;
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void rebuildCrumbs();
+    void refreshRight();
+    void fitRight();
+
+    StorageModel& model_;
+    QToolButton* back_;
+    QHBoxLayout* crumbs_;
+    QWidget* crumbHolder_;
+    QLabel* status_;
+    QLabel* total_;
+};
+
+} // namespace brenvo

@@ -1,0 +1,149 @@
+#include "EventLoop.h"
+#include "FileListModel.h"
+#include "FolderPage.h"
+#include "MainWindow.h"
+#include "PathBar.h"
+#include "ScanningView.h"
+#include "Sidebar.h"
+#include "StorageModel.h"
+#include "TempTree.h"
+#include "WelcomeView.h"
+#include "platform/Platform.h"
+
+#include <QDir>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTableView>
+#include <QTest>
+#include <QToolButton>
+#include <QTreeWidget>
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+using namespace brenvo;
+using brenvo::test::settle;
+using brenvo::test::waitFor;
+
+extern char** environ;
+
+namespace {
+
+void saveScreenshot(QWidget& widget, const char* name) {
+    QDir().mkpath(QStringLiteral(BRENVO_SCREENSHOT_DIR));
+    widget.grab().save(QStringLiteral(BRENVO_SCREENSHOT_DIR "/%1.png").arg(QString::fromLatin1(name)));
+}
+
+void click(QTreeWidget* tree, QTreeWidgetItem* row) {
+    ASSERT_NE(row, nullptr);
+    tree->scrollToItem(row);
+    QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, tree->visualItemRect(row).center());
+}
+
+struct Shell {
+    StorageModel model;
+    MainWindow window{model};
+    Shell() {
+        window.show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(&window));
+    }
+    FolderPage* page() { return window.folderPage(); }
+};
+
+std::string home() { return platform::profile().home; }
+
+} // namespace
+
+TEST(Shell, AClickOnAPlaceScansItAndListsWhatItHolds) {
+    std::ofstream(home() + "/Downloads/big.iso") << std::string(200000, 'x');
+    QDir().mkpath(QString::fromStdString(home() + "/Downloads/photos"));
+    std::ofstream(home() + "/Downloads/photos/a.jpg") << std::string(50000, 'x');
+
+    Shell shell;
+    EXPECT_EQ(shell.model.page(), StorageModel::Page::overview);
+    EXPECT_FALSE(shell.window.scanAgainAction()->isEnabled());
+    click(shell.window.sidebar()->tree(), shell.window.sidebar()->row(QStringLiteral("Downloads")));
+    EXPECT_EQ(shell.model.page(), StorageModel::Page::folder);
+    EXPECT_EQ(shell.window.detail()->currentWidget(), shell.page());
+    EXPECT_EQ(shell.page()->currentWidget(), shell.page()->scanningView());
+    EXPECT_EQ(shell.page()->scanningView()->headline(), QStringLiteral("Opening Downloads\u2026"));
+    saveScreenshot(shell.window, "scanning");
+
+    ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
+    QTableView* list = shell.page()->list();
+    ASSERT_EQ(list->model()->rowCount(), 2);
+    EXPECT_EQ(list->model()->index(0, FileListModel::Name).data().toString(), QStringLiteral("big.iso"));
+    EXPECT_EQ(shell.window.windowTitle(), QStringLiteral("Downloads"));
+    EXPECT_TRUE(shell.window.scanAgainAction()->isEnabled());
+    EXPECT_TRUE(shell.page()->pathBar()->totalText().endsWith(QStringLiteral(" in 2 files")));
+    // The sidebar's tree of folders follows the scan.
+    EXPECT_NE(shell.window.sidebar()->row(QStringLiteral("photos")), nullptr);
+    saveScreenshot(shell.window, "folder-list");
+
+    // Into a folder by double-click, out again with Back: the folder left is selected.
+    const QRect photos = list->visualRect(list->model()->index(1, FileListModel::Name));
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, photos.center());
+    QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, photos.center());
+    ASSERT_EQ(shell.model.current()->name(), "photos");
+    EXPECT_TRUE(shell.window.sidebar()->selection()->folder == shell.model.current());
+    EXPECT_EQ(list->model()->rowCount(), 1);
+    shell.page()->pathBar()->backButton()->click();
+    EXPECT_EQ(shell.model.current(), shell.model.root());
+    ASSERT_EQ(list->selectionModel()->selectedRows().size(), 1);
+    EXPECT_EQ(list->selectionModel()->selectedRows()[0].row(), 1);
+
+    // A second click on the place on show doesn't scan it again.
+    const int scans = shell.model.scanID();
+    click(shell.window.sidebar()->tree(), shell.window.sidebar()->row(QStringLiteral("Overview")));
+    click(shell.window.sidebar()->tree(), shell.window.sidebar()->row(QStringLiteral("Downloads")));
+    EXPECT_EQ(shell.model.scanID(), scans);
+    EXPECT_EQ(shell.page()->currentWidget(), shell.page()->folderView());
+}
+
+TEST(Shell, CancelReturnsToIdle) {
+    test::TempTree tree;
+    for (int i = 0; i < 200; ++i) tree.file("d" + std::to_string(i % 20) + "/f" + std::to_string(i), 10);
+    Shell shell;
+    shell.model.explore(tree.root());
+    EXPECT_EQ(shell.page()->currentWidget(), shell.page()->scanningView());
+    ASSERT_NE(shell.window.sidebar()->row(QString::fromStdString(std::string(lastPathComponent(tree.root())))), nullptr);
+    shell.page()->scanningView()->cancelButton()->click();
+    settle();
+    EXPECT_FALSE(shell.model.isScanning());
+    EXPECT_FALSE(shell.model.location().has_value());
+    EXPECT_EQ(shell.model.root(), nullptr);
+    EXPECT_EQ(shell.page()->currentWidget(), shell.page()->welcomeView());
+    EXPECT_FALSE(shell.window.sidebar()->selection().has_value());
+    saveScreenshot(shell.window, "welcome");
+}
+
+TEST(Shell, AFailedScanIsReportedInAnAlert) {
+    Shell shell;
+    shell.model.explore("/nonexistent/place");
+    ASSERT_TRUE(waitFor([&] { return shell.window.errorAlert() != nullptr && shell.window.errorAlert()->isVisible(); }));
+    EXPECT_EQ(shell.window.errorAlert()->windowTitle(), QStringLiteral("Something went wrong"));
+    EXPECT_TRUE(shell.window.errorAlert()->text().contains(QStringLiteral("No such file or directory")));
+    saveScreenshot(*shell.window.errorAlert(), "error-alert");
+    shell.window.errorAlert()->button(QMessageBox::Ok)->click();
+    settle(100);
+    EXPECT_FALSE(shell.model.errorMessage().has_value());
+}
+
+TEST(Shell, SigtermQuitsThroughTheOrderlyPath) {
+    test::TempTree tree;
+    tree.file("x", 10);
+    std::string program = BRENVO_APP_PATH;
+    std::string folder = tree.root();
+    char* argv[] = {program.data(), folder.data(), nullptr};
+    pid_t pid;
+    ASSERT_EQ(posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ), 0);
+    settle(1500); // up and scanning
+    ASSERT_EQ(kill(pid, SIGTERM), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
