@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QResizeEvent>
 #include <QShortcut>
+#include <QTimer>
 #include <QToolButton>
 
 namespace brenvo {
@@ -42,6 +43,11 @@ PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
     connect(&model_, &StorageModel::currentChanged, this, &PathBar::rebuildCrumbs);
     connect(&model_, &StorageModel::treeChanged, this, &PathBar::rebuildCrumbs);
     connect(&model_, &StorageModel::scanStateChanged, this, &PathBar::refreshRight);
+    // "Scanned 5 minutes ago" ages while it is on screen.
+    auto* clock = new QTimer(this);
+    clock->setInterval(30'000);
+    connect(clock, &QTimer::timeout, this, &PathBar::refreshRight);
+    clock->start();
     rebuildCrumbs();
 }
 

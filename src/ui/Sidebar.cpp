@@ -7,7 +7,13 @@
 #include "Words.h"
 #include "platform/Platform.h"
 
+#include <QDesktopServices>
 #include <QFileDialog>
+#include <QLabel>
+#include <QSocketNotifier>
+#include <QUrl>
+#include <fcntl.h>
+#include <unistd.h>
 #include <QHeaderView>
 #include <QPushButton>
 #include <QTreeWidget>
@@ -75,6 +81,8 @@ Sidebar::Sidebar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
     layout->addWidget(tree_, 1);
     auto* bottom = new QVBoxLayout;
     bottom->setContentsMargins(10, 10, 10, 10);
+    accessCard_ = makeAccessCard();
+    bottom->addWidget(accessCard_);
     choose_ = new QPushButton(icon("folder.badge.plus"), QStringLiteral("Choose Folder\u2026"), this);
     choose_->setMinimumHeight(32);
     bottom->addWidget(choose_);
@@ -106,9 +114,55 @@ Sidebar::Sidebar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
         if (model_.page() == StorageModel::Page::overview) select(simpleItem(SidebarItem::Kind::overview));
     });
 
+    connect(&model_, &StorageModel::scanStateChanged, this,
+            [this] { accessCard_->setVisible(!model_.hasFullDiskAccess()); });
+    accessCard_->setVisible(!model_.hasFullDiskAccess());
+
     disks_ = platform::isDemo() ? std::vector<std::string>{} : platform::mountedDisks();
     rebuild();
     select(simpleItem(SidebarItem::Kind::overview));
+    if (!platform::isDemo()) watchMounts();
+}
+
+Sidebar::~Sidebar() {
+    if (mountTable_ >= 0) ::close(mountTable_);
+}
+
+// The kernel marks the mount table as changed when a volume comes or goes.
+void Sidebar::watchMounts() {
+    mountTable_ = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+    if (mountTable_ < 0) return;
+    mounts_ = new QSocketNotifier(mountTable_, QSocketNotifier::Exception, this);
+    connect(mounts_, &QSocketNotifier::activated, this, [this] {
+        char buffer[4096];
+        ::lseek(mountTable_, 0, SEEK_SET);
+        while (::read(mountTable_, buffer, sizeof buffer) > 0) {
+        }
+        refreshDisks();
+    });
+}
+
+QFrame* Sidebar::makeAccessCard() {
+    auto* card = new QFrame(this);
+    card->setFrameShape(QFrame::StyledPanel);
+    card->setToolTip(say("Brenvo only reads files and deletes nothing unless you choose to. Without Full Disk "
+                         "Access macOS also asks separately for Desktop, Documents and Downloads."));
+    auto* layout = new QVBoxLayout(card);
+    auto* headline = new QLabel(QStringLiteral("Some places aren't measured"), card);
+    QFont bold = headline->font();
+    bold.setWeight(QFont::DemiBold);
+    headline->setFont(bold);
+    layout->addWidget(headline);
+    auto* text = new QLabel(QStringLiteral("Turn on Full Disk Access to include the Trash, Mail and backups."), card);
+    text->setWordWrap(true);
+    layout->addWidget(text);
+    auto* open = new QPushButton(QStringLiteral("Open Privacy Settings"), card);
+    connect(open, &QPushButton::clicked, this, [] {
+        QDesktopServices::openUrl(
+            QUrl(QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles")));
+    });
+    layout->addWidget(open);
+    return card;
 }
 
 QTreeWidgetItem* Sidebar::section(const QString& title) {

@@ -13,7 +13,9 @@
 #include <vector>
 #endif
 
+class QFrame;
 class QPushButton;
+class QSocketNotifier;
 class QTreeWidget;
 class QTreeWidgetItem;
 
@@ -38,6 +40,7 @@ class Sidebar : public QWidget {
     Q_OBJECT
 public:
     explicit Sidebar(StorageModel& model, QWidget* parent = nullptr);
+    ~Sidebar() override;
 
     const std::optional<SidebarItem>& selection() const { return selection_; }
     void select(std::optional<SidebarItem> item);
@@ -45,6 +48,7 @@ public:
     QTreeWidgetItem* row(const QString& title) const;
     QTreeWidget* tree() const { return tree_; }
     QPushButton* chooseFolderButton() const { return choose_; }
+    QFrame* accessCard() const { return accessCard_; }
     // Reads the list of mounted disks again (at start and when volumes come and go).
     void refreshDisks();
     void chooseFolder();
@@ -61,11 +65,16 @@ private:
     void selectionChangedByUser();
     void reactToSelection();
     void followCurrent();
+    void watchMounts();
+    QFrame* makeAccessCard();
     QTreeWidgetItem* itemFor(const SidebarItem& item) const;
 
     StorageModel& model_;
     QTreeWidget* tree_;
     QPushButton* choose_;
+    QFrame* accessCard_;
+    QSocketNotifier* mounts_ = nullptr;
+    int mountTable_ = -1;
     std::optional<SidebarItem> selection_;
     std::set<uint64_t> expanded_; // folder rows that are open
     std::vector<std::string> disks_;

@@ -26,6 +26,7 @@ WelcomeView::WelcomeView(QWidget* parent) : QWidget(parent) {
     text->setWordWrap(true);
     text->setAlignment(Qt::AlignHCenter);
     text->setFixedWidth(480);
+    text->setMinimumHeight(text->heightForWidth(480)); // a wrapped label centred in a layout gets one line otherwise
     text->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(text, 0, Qt::AlignHCenter);
     layout->addStretch(1);

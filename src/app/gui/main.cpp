@@ -27,6 +27,10 @@ int main(int argc, char** argv) {
     delegate.applicationDidFinishLaunching();
     QApplication::setQuitOnLastWindowClosed(AppDelegate::shouldTerminateAfterLastWindowClosed());
 
+    // Access to the disk may have been granted while the program was in the background.
+    QObject::connect(&app, &QGuiApplication::applicationStateChanged, &model, [&model](Qt::ApplicationState state) {
+        if (state == Qt::ApplicationActive) model.refreshFullDiskAccess();
+    });
     MainWindow window(model);
     window.show();
     if (!opened.empty()) model.explore(DiskScanner::realPath(opened));
