@@ -1,15 +1,21 @@
 #include "FolderWatcher.h"
 
+#include "platform/Platform.h"
+
 namespace brenvo {
 
+FolderWatcher::FolderWatcher() = default;
+FolderWatcher::~FolderWatcher() = default;
+
 void FolderWatcher::watch(const std::string& path, Handler handler) {
+    stop();
     path_ = path;
-    handler_ = std::move(handler);
+    events_ = platform::watchFolder(path, std::move(handler));
 }
 
 void FolderWatcher::stop() {
+    events_.reset();
     path_.clear();
-    handler_ = nullptr;
 }
 
 } // namespace brenvo

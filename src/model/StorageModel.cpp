@@ -3,7 +3,9 @@
 #include "MainThread.h"
 #include "Preferences.h"
 #include "Text.h"
+#include "live/LiveChangePlan.h"
 #include "platform/Platform.h"
+#include "scan/FileSystem.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -143,11 +145,9 @@ void StorageModel::scan(const ScanLocation& location) {
     changesDuringScan_.clear();
 
     QPointer<StorageModel> self(this);
-    watcher_.watch(resolved, [self](std::vector<std::string> paths) {
-        postToMain(self, [paths = std::move(paths)](StorageModel& model) {
-            // Held back while a scan runs; the scan replays them when it delivers.
-            if (model.isScanning_ || model.isRefreshing_)
-                model.changesDuringScan_.insert(model.changesDuringScan_.end(), paths.begin(), paths.end());
+    watcher_.watch(resolved, [self, resolved](std::vector<std::string> paths) {
+        postToMain(self, [paths = std::move(paths), resolved](StorageModel& model) mutable {
+            model.receiveLiveChanges(std::move(paths), resolved);
         });
     });
 
@@ -248,7 +248,8 @@ void StorageModel::finishScan(ScanOutcome outcome, std::shared_ptr<const AppCata
 
         std::vector<std::string> held;
         held.swap(changesDuringScan_);
-        // Live changes that came during the walk are replayed here once live updates exist.
+        // The walk may or may not have seen these; measuring again is cheap and always right.
+        if (!held.empty()) applyLiveChanges(held, root_->path());
 
         if (location_) {
             const bool baselineDue = !baselineDate || Date::now().seconds - baselineDate->seconds > kBaselineMaxAge;
@@ -284,6 +285,119 @@ void StorageModel::saveCache() {
 
 void StorageModel::writeCache(FileNode&, bool) {
     // Scans are not remembered yet; the snapshot, summary and baseline writes go here.
+}
+
+void StorageModel::receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath) {
+    constexpr size_t kHeldAtMost = 20000;
+    if (!isScanning_ && !isRefreshing_) {
+        applyLiveChanges(paths, rootPath);
+    } else if (changesDuringScan_.size() < kHeldAtMost) {
+        changesDuringScan_.insert(changesDuringScan_.end(), std::make_move_iterator(paths.begin()),
+                                  std::make_move_iterator(paths.end()));
+    }
+}
+
+std::vector<std::string> StorageModel::ignoredFolders() const {
+    std::vector<std::string> ignoring;
+    if (!platform::profile().libraryPath.empty()) ignoring.push_back(platform::profile().libraryPath);
+    for (const QString& folder : Preferences::excludedFolders()) ignoring.push_back(toBytes(folder));
+    return ignoring;
+}
+
+void StorageModel::applyLiveChanges(const std::vector<std::string>& paths, const std::string& rootPath) {
+    if (!root_ || root_->path() != rootPath) return; // a batch for an older tree
+    if (isScanning_ || isRefreshing_) return;
+    NodeRef root = root_;
+    LiveChangePlan plan = LiveChangePlan::make(
+        paths, rootPath, ignoredFolders(),
+        [](const std::string& path) {
+            fs::EntryValues values;
+            return fs::statPath(path, values) == 0;
+        },
+        [&root](const std::string& path) { return root->find(path); });
+
+    if (!plan.removed.empty()) {
+        for (const std::string& path : plan.removed) {
+            FileNode* node = root_->find(path);
+            if (!node || !node->parent()) continue;
+            if (selection_.contains(node->id())) {
+                QSet<quint64> still = selection_;
+                still.remove(node->id());
+                setSelection(std::move(still));
+            }
+            if (current_ && (current_.get() == node || isBelow(current_->path(), path))) {
+                current_ = NodeRef(node->parent());
+                emit currentChanged();
+            }
+            node->removeFromParent();
+        }
+        bumpRevision();
+        saveCache();
+    }
+    for (const std::string& path : plan.remeasure)
+        if (FileNode* node = root_->find(path)) remeasure(node);
+    for (const auto& added : plan.added) measureAdded(added.path, added.parent);
+}
+
+void StorageModel::remeasure(FileNode* node) {
+    const uint64_t request = ++nextMeasure_;
+    measuring_[request] = NodeRef(node);
+    QPointer<StorageModel> self(this);
+    tasks_.start([self, request, path = node->path(), environment = platform::scanEnvironment()](std::stop_token) {
+        NodeRef fresh;
+        try {
+            fresh = DiskScanner(kMaxChildren, {}, {}, environment).scan(path);
+        } catch (const std::exception&) {
+        }
+        postToMain(self, [request, fresh = std::move(fresh)](StorageModel& model) mutable {
+            auto found = model.measuring_.find(request);
+            if (found == model.measuring_.end()) return;
+            NodeRef old = std::move(found->second);
+            model.measuring_.erase(found);
+            // The tree may have changed meanwhile: only a node still in it is replaced.
+            if (fresh && old->parent()) model.applyReplacing(std::move(fresh), old.get());
+        });
+    });
+}
+
+void StorageModel::measureAdded(const std::string& path, const std::string& parent) {
+    QPointer<StorageModel> self(this);
+    tasks_.start([self, path, parent, environment = platform::scanEnvironment()](std::stop_token) {
+        NodeRef fresh;
+        try {
+            fresh = DiskScanner(kMaxChildren, {}, {}, environment).scan(path);
+        } catch (const std::exception&) {
+            return;
+        }
+        postToMain(self, [path, parent, fresh = std::move(fresh)](StorageModel& model) mutable {
+            if (!model.root_) return;
+            FileNode* folder = model.root_->find(parent);
+            if (!folder || folder->find(path)) return; // another event got there first
+            model.hidePendingDeletions(*fresh);
+            fresh->reinsert(folder);
+            model.bumpRevision();
+            model.saveCache();
+        });
+    });
+}
+
+void StorageModel::applyReplacing(NodeRef fresh, FileNode* old) {
+    NodeRef keep(old);
+    hidePendingDeletions(*fresh);
+    const bool selected = selection_.contains(old->id());
+    old->replace(fresh);
+    if (current_.get() == old) {
+        current_ = fresh;
+        emit currentChanged();
+    }
+    if (selected) {
+        QSet<quint64> ids = selection_;
+        ids.remove(old->id());
+        ids.insert(fresh->id());
+        setSelection(std::move(ids));
+    }
+    bumpRevision();
+    saveCache();
 }
 
 void StorageModel::hidePendingDeletions(FileNode& tree) {

@@ -16,6 +16,7 @@
 #include "util/Date.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -80,6 +81,10 @@ public:
     void cancelScan();
     // Writes the tree on show to the scan cache; called after every change that patches the tree.
     void saveCache();
+    // A batch of changed paths under `rootPath`: applied now, or held while a scan runs.
+    void receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath);
+    // Brings the tree on show up to date with changed paths, if it is still the tree of `rootPath`.
+    void applyLiveChanges(const std::vector<std::string>& paths, const std::string& rootPath);
     // Opens a folder as a custom location.
     void explore(const std::string& path);
     // To the enclosing folder, with the folder just left selected.
@@ -122,6 +127,10 @@ private:
     void finishScan(ScanOutcome outcome, std::shared_ptr<const AppCatalog> catalog,
                     std::optional<Date> baselineDate, int id);
     void applyReveal(bool final);
+    void remeasure(FileNode* node);
+    void measureAdded(const std::string& path, const std::string& parent);
+    void applyReplacing(NodeRef fresh, FileNode* old);
+    std::vector<std::string> ignoredFolders() const;
     void hidePendingDeletions(FileNode& tree);
     void writeCache(FileNode& tree, bool baselineToo);
     void setScanState(bool scanning, bool refreshing);
@@ -150,6 +159,10 @@ private:
     std::vector<std::string> changesDuringScan_;
     int scanID_ = 0;
     std::optional<Date> changesSince_;
+
+    // Nodes being measured anew off the main thread, by request number: only this thread touches them.
+    std::map<uint64_t, NodeRef> measuring_;
+    uint64_t nextMeasure_ = 0;
 
     SnapshotSource snapshotSource_;
     BackgroundTasks tasks_; // last: its end waits for the tasks, while everything above still exists

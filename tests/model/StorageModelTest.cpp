@@ -2,6 +2,7 @@
 #include "Preferences.h"
 #include "StorageModel.h"
 #include "TempTree.h"
+#include "TreeText.h"
 #include "Unprivileged.h"
 #include "platform/Platform.h"
 
@@ -231,4 +232,61 @@ TEST(StorageModel, BestLocationAndTheSkippedTable) {
     EXPECT_EQ(skipped.size(), 1u); // no Library folder on Linux
     EXPECT_EQ(skipped["/srv/cache"], "You excluded this folder in Settings, so Brenvo doesn't look inside it.");
     Preferences::setExcludedFolders({});
+}
+
+TEST(StorageModel, TheTreeFollowsTheDiskWhileItIsOnShow) {
+    TempTree tree;
+    tree.file("keep/a.txt", 10000);
+    tree.file("doomed/inner/x.bin", 10000);
+    tree.file("grow.log", 100);
+    Driven d;
+    d.model.setLocation(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(d.idle());
+    ASSERT_TRUE(waitFor([&] { return d.model.watcher().isWatching(); }));
+    settle(200); // the watch reaches every folder
+
+    FileNode* inner = d.model.root()->find(tree.path("doomed/inner"));
+    d.model.setCurrent(inner);
+    const int64_t before = d.model.root()->size();
+
+    tree.file("keep/new.txt", 40000);                           // new in a subfolder: the folder is measured again
+    tree.file("fresh-in-root.bin", 20000);                        // new directly in the root: added alone
+    tree.file("grow.log", 300000);                                // grown in place
+    std::filesystem::rename(tree.path("keep/a.txt"), tree.path("keep/b.txt"));
+    std::filesystem::remove_all(tree.path("doomed"));             // the folder on show goes away
+
+    auto root = [&] { return d.model.root(); };
+    ASSERT_TRUE(waitFor([&] {
+        return root()->find(tree.path("fresh-in-root.bin")) && root()->find(tree.path("keep/new.txt")) &&
+               root()->find(tree.path("keep/b.txt")) && !root()->find(tree.path("keep/a.txt")) &&
+               !root()->find(tree.path("doomed")) && root()->find(tree.path("grow.log"))->size() >= 300000;
+    })) << test::treeText(*root());
+    EXPECT_EQ(d.model.current(), d.model.root()); // moved out of the vanished folder
+    EXPECT_EQ(root()->itemCount(), 4);
+    int64_t sum = 0;
+    for (FileNode* c : root()->children()) sum += c->size();
+    EXPECT_EQ(root()->size(), sum);
+    EXPECT_NE(root()->size(), before);
+    EXPECT_EQ(root()->find(tree.path("keep"))->itemCount(), 2);
+}
+
+TEST(StorageModel, ChangesDuringAScanAreHeldAndReplayed) {
+    TempTree tree;
+    tree.file("x", 10);
+    Driven d;
+    d.model.setLocation(ScanLocation::custom(tree.root()));
+    ASSERT_TRUE(d.idle());
+    d.model.scan(*d.model.location());
+    ASSERT_TRUE(d.model.isRefreshing());
+    tree.file("late.bin", 5000);
+    d.model.receiveLiveChanges({tree.path("late.bin")}, tree.root());
+    EXPECT_EQ(d.model.changesDuringScan().size(), 1u);
+    ASSERT_TRUE(d.idle());
+    EXPECT_TRUE(d.model.changesDuringScan().empty());
+    ASSERT_TRUE(waitFor([&] { return d.model.root()->find(tree.path("late.bin")) != nullptr; }));
+    // A batch for a root that is no longer on show changes nothing.
+    tree.file("other.bin", 5000);
+    d.model.applyLiveChanges({tree.path("other.bin")}, "/elsewhere");
+    settle(300);
+    EXPECT_EQ(d.model.root()->find(tree.path("other.bin")), nullptr);
 }

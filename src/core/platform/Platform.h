@@ -3,6 +3,7 @@
 #include "platform/Profile.h"
 #include "scan/DiskScanner.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,10 +23,24 @@ const Profile& profile();
 // systems not to enter.
 ScanEnvironment scanEnvironment();
 
+// A running watch on a folder and everything below it. Destroying it stops it; no handler call follows.
+class FolderEvents {
+public:
+    virtual ~FolderEvents() = default;
+};
+using FolderEventHandler = std::function<void(std::vector<std::string> paths)>;
+
 // The system-specific answers.
 std::string homeDirectory();              // the user's home, real and standardised
 Profile systemProfile(const std::string& home);
 std::shared_ptr<const MountRules> mountRules();
+// Starts watching `root`; batches of changed paths (files and folders, in the tree's spelling) arrive
+// about once a second on a thread of the watch's own. Nothing when the system can't watch this root;
+// if it runs out of watches later, the updates for this root stop without a word.
+std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler);
+// Where the program keeps caches it can rebuild (remembered scans) and records it must not lose.
+std::string cacheFolder();
+std::string stateFolder();
 
 // The user's other disks: writable, browsable mounts other than "/", in the system's order.
 std::vector<std::string> mountedDisks();

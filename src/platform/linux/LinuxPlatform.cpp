@@ -52,6 +52,17 @@ std::string homeDirectory() {
 
 Profile systemProfile(const std::string& home) { return Profile::linux(home, readUserDirs(home)); }
 
+namespace {
+std::string xdgFolder(const char* variable, const char* fallback) {
+    std::string base = environment(variable);
+    if (base.empty() || base.front() != '/') base = joinPath(profile().home, fallback);
+    return joinPath(base, "brenvo");
+}
+} // namespace
+
+std::string cacheFolder() { return xdgFolder("XDG_CACHE_HOME", ".cache"); }
+std::string stateFolder() { return xdgFolder("XDG_STATE_HOME", ".local/state"); }
+
 std::shared_ptr<const MountRules> mountRules() {
     static const auto table = std::make_shared<const MountTable>();
     return table;
