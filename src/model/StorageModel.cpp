@@ -3,6 +3,7 @@
 #include "MainThread.h"
 #include "Preferences.h"
 #include "Text.h"
+#include "cache/ScanCache.h"
 #include "live/LiveChangePlan.h"
 #include "platform/Platform.h"
 #include "scan/FileSystem.h"
@@ -24,6 +25,11 @@ QString say(const char* text) { return QString::fromStdString(platform::profile(
 StorageModel::StorageModel(QObject* parent)
     : QObject(parent), deletions_(new DeletionLog(this)), catalog_(AppCatalog::empty()) {
     hasFullDiskAccess_ = checkFullDiskAccess();
+    snapshotSource_ = [](const std::string& locationPath) -> std::optional<Remembered> {
+        auto snapshot = ScanCache::readSnapshot(ScanCache::fileURL(locationPath, ScanCache::defaultFolder(), false));
+        if (!snapshot) return std::nullopt;
+        return Remembered{std::move(snapshot->root), snapshot->date};
+    };
     // An undone deletion whose items were cut out of a newer tree can only come back by a new scan.
     QPointer<StorageModel> self(this);
     deletions_->onUndo = [self](const std::vector<DeletionLog::Target>& targets) {
@@ -199,8 +205,12 @@ void StorageModel::scan(const ScanLocation& location) {
             std::string name(lastPathComponent(error.path()));
             outcome.error = "The folder \u201c" + name + "\u201d couldn't be opened: " + error.what() + ".";
         }
-        // The comparison with an older scan joins here once scans are remembered.
+        // Still off the main thread, on a tree no one else holds: the marks of growth since the baseline.
         std::optional<Date> baselineDate;
+        if (auto baseline = ScanCache::baselineSizes(url, ScanCache::defaultFolder(), ChangeTracker::kMinimumNewSize)) {
+            baselineDate = baseline->second;
+            if (outcome.tree) ChangeTracker::apply(baseline->first, *outcome.tree, ChangeTracker::kMinimumNewSize);
+        }
         postToMain(self, [outcome = std::move(outcome), catalog, baselineDate, id](StorageModel& model) mutable {
             model.finishScan(std::move(outcome), catalog, baselineDate, id);
         });
@@ -283,8 +293,12 @@ void StorageModel::saveCache() {
     if (root_ && location_) writeCache(*root_, false);
 }
 
-void StorageModel::writeCache(FileNode&, bool) {
-    // Scans are not remembered yet; the snapshot, summary and baseline writes go here.
+void StorageModel::writeCache(FileNode& tree, bool baselineToo) {
+    const std::string folder = ScanCache::defaultFolder();
+    const std::string url = location_->path();
+    const Date now = Date::now();
+    ScanCache::save(tree, url, now, folder, false);
+    if (baselineToo) ScanCache::save(tree, url, now, folder, true);
 }
 
 void StorageModel::receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath) {

@@ -103,7 +103,7 @@ public:
     // excluded folders of the settings (whose reason wins for a path in both).
     static Skipped skippedTable();
 
-    // Where remembered trees come from; nothing is remembered by default.
+    // Where remembered trees come from: the scan cache, unless a test says otherwise.
     void setSnapshotSource(SnapshotSource source) { snapshotSource_ = std::move(source); }
 
 signals:

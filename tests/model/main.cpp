@@ -5,8 +5,9 @@
 #include <gtest/gtest.h>
 
 int main(int argc, char** argv) {
-    QTemporaryDir config, home;
+    QTemporaryDir config, home, cache;
     qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
+    qputenv("XDG_CACHE_HOME", cache.path().toUtf8());
     qputenv("HOME", home.path().toUtf8());
     qputenv("BRENVO_PROFILE", "linux");
     for (const char* folder : {"Downloads", "Desktop", "Documents"}) QDir(home.path()).mkpath(QString::fromLatin1(folder));

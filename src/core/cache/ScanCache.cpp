@@ -1,0 +1,339 @@
+#include "cache/ScanCache.h"
+
+#include "json/JsonWriter.h"
+#include "platform/Platform.h"
+#include "plist/BinaryReader.h"
+#include "plist/BinaryWriter.h"
+#include "util/FileURL.h"
+#include "util/SerialQueue.h"
+#include "util/Sha256.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace brenvo::ScanCache {
+
+namespace {
+
+using plist::BinaryReader;
+using plist::BinaryWriter;
+using Ref = BinaryWriter::Ref;
+
+SerialQueue& writeQueue() {
+    static SerialQueue queue;
+    return queue;
+}
+
+std::string withoutExtension(const std::string& path) {
+    auto dot = path.rfind('.');
+    auto slash = path.rfind('/');
+    return dot != std::string::npos && (slash == std::string::npos || dot > slash) ? path.substr(0, dot) : path;
+}
+
+bool makeFolder(const std::string& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    return !error;
+}
+
+// A temporary file beside `target`, so the final rename replaces the old file in one step.
+std::FILE* openTemporary(const std::string& folder, std::string& name) {
+    if (!makeFolder(folder)) return nullptr;
+    std::string pattern = folder + "/.brenvo-XXXXXX";
+    std::vector<char> buffer(pattern.begin(), pattern.end());
+    buffer.push_back(0);
+    int fd = ::mkostemp(buffer.data(), O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    name = buffer.data();
+    std::FILE* file = ::fdopen(fd, "wb");
+    if (!file) {
+        ::close(fd);
+        ::unlink(name.c_str());
+    }
+    return file;
+}
+
+// Moves a finished temporary file into place on the write queue, after every earlier write.
+void replaceLater(std::string temporary, std::string target) {
+    writeQueue().post([temporary = std::move(temporary), target = std::move(target)] {
+        if (::rename(temporary.c_str(), target.c_str()) != 0) ::unlink(temporary.c_str());
+    });
+}
+
+Ref writeEntry(BinaryWriter& out, const FileNode& node, const std::vector<Ref>& children) {
+    std::pair<Ref, Ref> members[8];
+    size_t count = 0;
+    members[count++] = {out.key("n"), out.string(node.name())};
+    members[count++] = {out.key("k"), out.integer(static_cast<int64_t>(node.kind()))};
+    members[count++] = {out.key("s"), out.integer(node.size())};
+    members[count++] = {out.key("c"), out.integer(node.itemCount())};
+    if (auto modified = node.modified()) members[count++] = {out.key("m"), out.date(modified->seconds)};
+    if (node.couldNotRead()) members[count++] = {out.key("r"), out.boolean(true)};
+    if (auto reason = node.skippedReason()) members[count++] = {out.key("x"), out.string(*reason)};
+    if (!children.empty()) members[count++] = {out.key("ch"), out.array(children)};
+    return out.dict(std::span(members, count));
+}
+
+} // namespace
+
+std::string stem(std::string_view locationPath) {
+    auto digest = Sha256::of(standardizePath(locationPath));
+    return Sha256::hex(digest.data(), 12);
+}
+
+std::string fileURL(std::string_view locationPath, const std::string& folder, bool baseline) {
+    return joinPath(folder, stem(locationPath) + (baseline ? "-baseline.plist" : ".plist"));
+}
+
+std::string summaryPath(std::string_view locationPath, const std::string& folder) {
+    return withoutExtension(fileURL(locationPath, folder, false)) + ".summary.json";
+}
+
+std::string defaultFolder() { return joinPath(platform::cacheFolder(), "Scans"); }
+
+bool encodeSnapshot(const FileNode& root, Date date, std::FILE* file) {
+    BinaryWriter out(file);
+    // Post-order: a node's entry is written once its children's are, so their references are known.
+    struct Frame {
+        const FileNode* node;
+        size_t next;
+        std::vector<Ref> children;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({&root, 0, {}});
+    Ref rootEntry = 0;
+    while (!stack.empty()) {
+        Frame& top = stack.back();
+        auto children = top.node->children();
+        if (top.next < children.size()) {
+            const FileNode* child = children[top.next++];
+            stack.push_back({child, 0, {}});
+            continue;
+        }
+        Ref entry = writeEntry(out, *top.node, top.children);
+        stack.pop_back();
+        if (stack.empty())
+            rootEntry = entry;
+        else
+            stack.back().children.push_back(entry);
+    }
+    std::pair<Ref, Ref> record[] = {{out.key("rootPath"), out.string(root.path())},
+                                    {out.key("date"), out.date(date.seconds)},
+                                    {out.key("root"), rootEntry}};
+    return out.finish(out.dict(record)) && std::fflush(file) == 0;
+}
+
+std::optional<Snapshot> decodeSnapshot(std::string_view data) {
+    auto reader = BinaryReader::open(data);
+    if (!reader) return std::nullopt;
+    auto top = reader->dict(reader->top());
+    if (!top) return std::nullopt;
+    auto rootPath = reader->string(top->find("rootPath"));
+    auto date = reader->date(top->find("date"));
+    const Ref rootRef = top->find("root");
+    if (!rootPath || !date || rootRef == BinaryReader::kNoRef) return std::nullopt;
+
+    // One node per entry; a valid file holds each entry once, so more nodes than objects means a loop.
+    size_t budget = reader->objectCount();
+    auto makeNode = [&](Ref ref, std::optional<BinaryReader::ArrayView>& children) -> NodeRef {
+        if (budget-- == 0) return nullptr;
+        auto entry = reader->dict(ref);
+        if (!entry) return nullptr;
+        auto name = reader->string(entry->find("n"));
+        auto kind = reader->integer(entry->find("k"));
+        auto size = reader->integer(entry->find("s"));
+        auto count = reader->integer(entry->find("c"));
+        if (!name || !kind || !size || !count || *kind < 0) return nullptr;
+        const auto nodeKind = *kind >= 4 ? FileNode::Kind::file : static_cast<FileNode::Kind>(*kind);
+        std::optional<Date> modified;
+        if (Ref m = entry->find("m"); m != BinaryReader::kNoRef) {
+            auto seconds = reader->date(m);
+            if (!seconds) return nullptr;
+            modified = Date{*seconds};
+        }
+        if (name->size() > UINT16_MAX) return nullptr;
+        NodeRef node = FileNode::make(nodeKind, *name, modified);
+        node->setSize(*size);
+        node->setItemCount(*count);
+        if (Ref r = entry->find("r"); r != BinaryReader::kNoRef) node->setCouldNotRead(reader->boolean(r).value_or(false));
+        if (Ref x = entry->find("x"); x != BinaryReader::kNoRef) {
+            auto reason = reader->string(x);
+            if (!reason) return nullptr;
+            node->setSkippedReason(*reason);
+        }
+        children.reset();
+        if (Ref ch = entry->find("ch"); ch != BinaryReader::kNoRef) {
+            children = reader->array(ch);
+            if (!children) return nullptr;
+        }
+        return node;
+    };
+
+    struct Frame {
+        NodeRef node;
+        std::optional<BinaryReader::ArrayView> entries;
+        size_t next = 0;
+        std::vector<NodeRef> built;
+    };
+    std::vector<Frame> stack;
+    Frame first;
+    first.node = makeNode(rootRef, first.entries);
+    if (!first.node) return std::nullopt;
+    first.node->setLocation(*rootPath);
+    stack.push_back(std::move(first));
+    NodeRef root = stack.front().node;
+    while (!stack.empty()) {
+        Frame& frame = stack.back();
+        if (frame.entries && frame.next < frame.entries->size()) {
+            Frame child;
+            child.node = makeNode(frame.entries->at(frame.next++), child.entries);
+            if (!child.node) return std::nullopt;
+            stack.push_back(std::move(child));
+            continue;
+        }
+        NodeRef done = std::move(frame.node);
+        done->adoptChildren(std::move(frame.built));
+        stack.pop_back();
+        if (!stack.empty()) stack.back().built.push_back(std::move(done));
+    }
+    return Snapshot{*rootPath, Date{*date}, root};
+}
+
+std::optional<Snapshot> readSnapshot(const std::string& file) {
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || st.st_size <= 0) {
+        ::close(fd);
+        return std::nullopt;
+    }
+    const auto size = static_cast<size_t>(st.st_size);
+    void* mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+    ::close(fd);
+    if (mapped == MAP_FAILED) return std::nullopt;
+    auto snapshot = decodeSnapshot(std::string_view(static_cast<const char*>(mapped), size));
+    ::munmap(mapped, size);
+    return snapshot;
+}
+
+std::string makeSummary(const FileNode& root, Date date) {
+    std::string text;
+    {
+        JsonWriter out(text);
+        out.beginObject();
+        out.field("date", date.seconds);
+        out.field("size", root.size());
+        out.key("children");
+        out.beginArray();
+        for (const FileNode* child : root.children()) {
+            const std::string path = child->path();
+            out.beginObject();
+            out.field("id", child->isAggregate() ? path + "#small" : path);
+            out.field("title", child->name());
+            out.field("size", child->size());
+            if (!child->isAggregate()) out.field("url", brenvo::fileURL(path, child->kind() != FileNode::Kind::file));
+            out.field("isFolder", child->isFolder());
+            out.endObject();
+        }
+        out.endArray();
+        out.endObject();
+        out.finish();
+    }
+    return text;
+}
+
+void save(const FileNode& root, std::string_view locationPath, Date date, const std::string& folder, bool baseline) {
+    if (!baseline) {
+        std::string summary = makeSummary(root, date);
+        std::string target = summaryPath(locationPath, folder);
+        writeQueue().post([summary = std::move(summary), target, folder] {
+            std::string temporary;
+            std::FILE* file = openTemporary(folder, temporary);
+            if (!file) return;
+            const bool written = std::fwrite(summary.data(), 1, summary.size(), file) == summary.size();
+            if (std::fclose(file) != 0 || !written) {
+                ::unlink(temporary.c_str());
+                return;
+            }
+            if (::rename(temporary.c_str(), target.c_str()) != 0) ::unlink(temporary.c_str());
+        });
+    }
+    std::string temporary;
+    std::FILE* file = openTemporary(folder, temporary);
+    if (!file) return;
+    const bool written = encodeSnapshot(root, date, file);
+    if (std::fclose(file) != 0 || !written) {
+        ::unlink(temporary.c_str());
+        return;
+    }
+    replaceLater(std::move(temporary), fileURL(locationPath, folder, baseline));
+}
+
+void waitForWrites() { writeQueue().drain(); }
+
+std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::string_view locationPath,
+                                                                      const std::string& folder,
+                                                                      int64_t minimumFileSize) {
+    // The tree is never built: the entries are read straight off the file.
+    const std::string file = fileURL(locationPath, folder, true);
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || st.st_size <= 0) {
+        ::close(fd);
+        return std::nullopt;
+    }
+    const auto size = static_cast<size_t>(st.st_size);
+    void* mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+    ::close(fd);
+    if (mapped == MAP_FAILED) return std::nullopt;
+    struct Unmap {
+        void* at;
+        size_t size;
+        ~Unmap() { ::munmap(at, size); }
+    } unmap{mapped, size};
+
+    auto reader = BinaryReader::open(std::string_view(static_cast<const char*>(mapped), size));
+    if (!reader) return std::nullopt;
+    auto top = reader->dict(reader->top());
+    if (!top) return std::nullopt;
+    auto rootPath = reader->string(top->find("rootPath"));
+    auto date = reader->date(top->find("date"));
+    if (!rootPath || !date) return std::nullopt;
+
+    ChangeTracker::Baseline sizes;
+    std::vector<std::pair<Ref, std::string>> stack{{top->find("root"), *rootPath}};
+    size_t budget = reader->objectCount();
+    while (!stack.empty()) {
+        if (budget-- == 0) return std::nullopt; // more entries than objects: a loop
+        auto [ref, path] = std::move(stack.back());
+        stack.pop_back();
+        auto entry = reader->dict(ref);
+        if (!entry) return std::nullopt;
+        auto name = reader->string(entry->find("n"));
+        auto kind = reader->integer(entry->find("k"));
+        auto bytes = reader->integer(entry->find("s"));
+        if (!name || !kind || !bytes || !reader->integer(entry->find("c"))) return std::nullopt;
+        if (*kind == 3) continue;
+        if (*kind == 0 || *bytes >= minimumFileSize) sizes[path] = *bytes;
+        if (Ref ch = entry->find("ch"); ch != BinaryReader::kNoRef) {
+            auto children = reader->array(ch);
+            if (!children) return std::nullopt;
+            for (size_t i = 0; i < children->size(); ++i) {
+                auto child = reader->dict(children->at(i));
+                auto childName = child ? reader->string(child->find("n")) : std::nullopt;
+                if (!childName) return std::nullopt;
+                stack.emplace_back(children->at(i), path + "/" + *childName);
+            }
+        }
+    }
+    return std::make_pair(std::move(sizes), Date{*date});
+}
+
+} // namespace brenvo::ScanCache

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "cache/ChangeTracker.h"
+#include "tree/FileNode.h"
+#include "util/Date.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace brenvo {
+
+// The last scan of each location, kept on disk so a folder opens at once with its remembered tree, and an
+// older copy, the baseline, to compare sizes with. Per location, sharing one stem: "{stem}.plist" (the
+// snapshot), "{stem}-baseline.plist" and "{stem}.summary.json" (the top level only, for the overview).
+// Snapshots are binary property lists: {rootPath, date, root}, each node an entry with the keys n k s c
+// and, where they apply, m r x ch. Anything unreadable counts as absent, without a word.
+namespace ScanCache {
+
+struct Snapshot {
+    std::string rootPath;
+    Date date;
+    NodeRef root;
+};
+
+// 24 hex digits: the first 12 bytes of the SHA-256 of the location's standardised path.
+std::string stem(std::string_view locationPath);
+std::string fileURL(std::string_view locationPath, const std::string& folder, bool baseline);
+std::string summaryPath(std::string_view locationPath, const std::string& folder);
+// The folder the application keeps its scans in.
+std::string defaultFolder();
+
+// The snapshot record of a tree, streamed to `out` without a second copy of the tree. False on a write
+// failure.
+bool encodeSnapshot(const FileNode& root, Date date, std::FILE* out);
+std::optional<Snapshot> decodeSnapshot(std::string_view data);
+std::optional<Snapshot> readSnapshot(const std::string& file);
+
+// The summary record: {date, size, children: [slice…]}, as JSON text.
+std::string makeSummary(const FileNode& root, Date date);
+
+// Writes the snapshot (and, unless `baseline`, the summary) of a tree for a location. The encoding happens
+// now, on the caller's thread, which owns the tree; the files are replaced atomically on the write queue,
+// in the order of the calls, so the last save wins. Failures are silent.
+void save(const FileNode& root, std::string_view locationPath, Date date, const std::string& folder, bool baseline);
+// Waits for the writes queued so far (tests, and the end of a command-line run).
+void waitForWrites();
+
+// The baseline's sizes by path: every folder, and files and packages of at least `minimumFileSize`;
+// aggregates and what they folded are not in it. Nothing when there is no readable baseline.
+std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::string_view locationPath,
+                                                                      const std::string& folder,
+                                                                      int64_t minimumFileSize);
+
+} // namespace ScanCache
+} // namespace brenvo

@@ -1,0 +1,232 @@
+#include "TempTree.h"
+#include "TreeText.h"
+#include "cache/ScanCache.h"
+#include "json/Json.h"
+#include "platform/Platform.h"
+#include "plist/BinaryReader.h"
+#include "plist/BinaryWriter.h"
+#include "scan/DiskScanner.h"
+
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <filesystem>
+#include <sstream>
+
+using namespace brenvo;
+using brenvo::test::TempTree;
+using brenvo::test::treeText;
+
+namespace {
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string encode(const FileNode& root, Date date) {
+    std::FILE* memory = std::tmpfile();
+    EXPECT_TRUE(ScanCache::encodeSnapshot(root, date, memory));
+    std::string bytes(static_cast<size_t>(std::ftell(memory)), '\0');
+    std::rewind(memory);
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), memory), bytes.size());
+    std::fclose(memory);
+    return bytes;
+}
+
+// Every node's fields side by side, dates included, for comparing two trees.
+std::string fullText(const FileNode& root) {
+    std::string out = treeText(root);
+    std::vector<const FileNode*> stack{&root};
+    while (!stack.empty()) {
+        const FileNode* n = stack.back();
+        stack.pop_back();
+        out += n->path() + " m=" + (n->modified() ? std::to_string(n->modified()->seconds) : "-") + "\n";
+        for (const FileNode* c : n->children()) stack.push_back(c);
+    }
+    return out;
+}
+
+NodeRef scanned(TempTree& tree, int maxChildren = 3) {
+    tree.file("docs/a.txt", 9000);
+    tree.file("docs/caf\xe9\nline.txt", 10);
+    tree.file("docs/x", 1);
+    tree.file("docs/y", 1);
+    tree.folder("empty");
+    tree.file("skip/secret", 5);
+    tree.file("App.app/Contents/bin", 3000);
+    return DiskScanner(maxChildren, {{tree.path("skip"), "Not here."}}, {}, platform::scanEnvironment()).scan(tree.root());
+}
+
+} // namespace
+
+TEST(ScanCache, ATreeComesBackWithEverythingButItsIds) {
+    TempTree tree;
+    NodeRef root = scanned(tree);
+    auto snapshot = ScanCache::decodeSnapshot(encode(*root, Date{700'000'000.25}));
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->rootPath, tree.root());
+    EXPECT_EQ(snapshot->date, Date{700'000'000.25});
+    EXPECT_EQ(fullText(*snapshot->root), fullText(*root));
+    EXPECT_NE(snapshot->root->id(), root->id());
+    FileNode* docs = snapshot->root->find(tree.path("docs"));
+    ASSERT_NE(docs, nullptr);
+    EXPECT_TRUE(docs->children().back()->isAggregate());
+    EXPECT_EQ(docs->children().back()->path(), tree.path("docs")); // the aggregate's URL is its folder's
+    EXPECT_NE(snapshot->root->find(tree.path("docs/caf\xe9\nline.txt")), nullptr);
+}
+
+TEST(ScanCache, OptionalKeysAreLeftOutNotWrittenEmpty) {
+    TempTree tree;
+    NodeRef root = scanned(tree, 250);
+    const std::string bytes = encode(*root, Date{1});
+    auto reader = plist::BinaryReader::open(bytes);
+    ASSERT_TRUE(reader);
+    auto entry = reader->dict(reader->dict(reader->top())->find("root"));
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->find("r"), plist::BinaryReader::kNoRef); // readable: no r at all, not false
+    auto children = reader->array(entry->find("ch"));
+    ASSERT_TRUE(children);
+    for (size_t i = 0; i < children->size(); ++i) {
+        auto child = reader->dict(children->at(i));
+        auto name = reader->string(child->find("n"));
+        if (*name == "empty") {
+            EXPECT_EQ(child->find("ch"), plist::BinaryReader::kNoRef); // a leaf has no ch
+        } else if (*name == "skip") {
+            EXPECT_EQ(reader->string(child->find("x")), "Not here.");
+        } else if (*name == "App.app") {
+            EXPECT_EQ(reader->integer(child->find("k")), 1);
+        }
+    }
+}
+
+TEST(ScanCache, NewerKindsReadAsFilesAndDamageReadsAsNothing) {
+    std::string bytes;
+    auto write = [&](int64_t kind, bool withCount, bool cyclic) {
+        bytes.clear();
+        plist::BinaryWriter out(bytes);
+        using Ref = plist::BinaryWriter::Ref;
+        std::vector<std::pair<Ref, Ref>> entry = {{out.key("n"), out.string("thing")},
+                                                  {out.key("k"), out.integer(kind)},
+                                                  {out.key("s"), out.integer(10)}};
+        if (withCount) entry.push_back({out.key("c"), out.integer(1)});
+        // A reference one past the next object is the entry itself: a folder that holds itself.
+        if (cyclic) entry.push_back({out.key("ch"), out.array(std::vector<Ref>{out.objectCount() + 1})});
+        Ref root = out.dict(entry);
+        std::pair<Ref, Ref> top[] = {{out.key("rootPath"), out.string("/x")},
+                                     {out.key("date"), out.date(0)},
+                                     {out.key("root"), root}};
+        out.finish(out.dict(top));
+    };
+    write(9, true, false);
+    auto snapshot = ScanCache::decodeSnapshot(bytes);
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->root->kind(), FileNode::Kind::file);
+
+    write(0, false, false); // a required key missing: the whole file is refused
+    EXPECT_FALSE(ScanCache::decodeSnapshot(bytes));
+    write(0, true, true);
+    EXPECT_FALSE(ScanCache::decodeSnapshot(bytes));
+
+    TempTree tree;
+    NodeRef root = scanned(tree);
+    const std::string good = encode(*root, Date{1});
+    for (size_t cut = 0; cut < good.size(); cut += 7) EXPECT_FALSE(ScanCache::decodeSnapshot(good.substr(0, cut)));
+    EXPECT_FALSE(ScanCache::decodeSnapshot("bplist00garbage"));
+    EXPECT_FALSE(ScanCache::readSnapshot(tree.path("no-such-file")));
+}
+
+TEST(ScanCache, StemsFollowTheStandardisedPath) {
+    const std::string s = ScanCache::stem("/Users/a/Downloads");
+    EXPECT_EQ(s.size(), 24u);
+    EXPECT_EQ(s.find_first_not_of("0123456789abcdef"), std::string::npos);
+    EXPECT_EQ(ScanCache::stem("/Users/a/Downloads/"), s);
+    EXPECT_EQ(ScanCache::stem("/Users/./a//Downloads"), s);
+    EXPECT_EQ(ScanCache::stem("/Users/b/../a/Downloads"), s);
+    EXPECT_NE(ScanCache::stem("/Users/a/downloads"), s);
+    EXPECT_EQ(ScanCache::fileURL("/x", "/c", true), "/c/" + ScanCache::stem("/x") + "-baseline.plist");
+    EXPECT_EQ(ScanCache::summaryPath("/x", "/c"), "/c/" + ScanCache::stem("/x") + ".summary.json");
+}
+
+TEST(ScanCache, SavedFilesAndTheBaselineTable) {
+    TempTree tree, cache;
+    tree.file("big/exactly", 0);
+    tree.folder("zero");
+    for (int i = 0; i < 8; ++i) tree.file("docs/z" + std::to_string(i), 1);
+    NodeRef root = scanned(tree, 7); // only docs is wide enough to fold
+    // Sizes set by hand around the limit, so the file system's block size doesn't matter.
+    FileNode* a = root->find(tree.path("docs/a.txt"));
+    a->setSize(999'999);
+    FileNode* exactly = root->find(tree.path("big/exactly"));
+    exactly->setSize(1'000'000);
+    const std::string folder = cache.path("Scans");
+    ScanCache::save(*root, tree.root(), Date{42}, folder, true);
+    ScanCache::save(*root, tree.root(), Date{43}, folder, false);
+    ScanCache::waitForWrites();
+
+    auto table = ScanCache::baselineSizes(tree.root(), folder, 1'000'000);
+    ASSERT_TRUE(table);
+    EXPECT_EQ(table->second, Date{42});
+    const auto& sizes = table->first;
+    EXPECT_EQ(sizes.at(tree.root()), root->size()); // the root under its own path
+    EXPECT_EQ(sizes.at(tree.path("zero")), 0);      // folders always, even empty
+    EXPECT_FALSE(sizes.contains(tree.path("docs/a.txt")));
+    EXPECT_EQ(sizes.at(tree.path("big/exactly")), 1'000'000);
+    EXPECT_FALSE(sizes.contains(tree.path("docs/x"))); // folded into the aggregate
+    for (const auto& [path, size] : sizes) EXPECT_EQ(path.find("smaller items"), std::string::npos);
+
+    auto latest = ScanCache::readSnapshot(ScanCache::fileURL(tree.root(), folder, false));
+    ASSERT_TRUE(latest);
+    EXPECT_EQ(latest->date, Date{43});
+    auto summary = parseJson(slurp(ScanCache::summaryPath(tree.root(), folder)));
+    ASSERT_TRUE(summary);
+    EXPECT_EQ(summary->find("size")->asInt64(), root->size());
+    const auto& slices = summary->find("children")->asArray();
+    ASSERT_EQ(slices.size(), root->children().size());
+    for (const auto& slice : slices) {
+        std::string id = slice.find("id")->asString();
+        if (id.ends_with("#small")) {
+            EXPECT_EQ(slice.find("url"), nullptr);
+        } else if (id == tree.path("docs")) {
+            EXPECT_TRUE(slice.find("isFolder")->asBool());
+            EXPECT_TRUE(slice.find("url")->asString().ends_with("/docs/"));
+        }
+    }
+    // Nothing is left behind but the three files.
+    size_t files = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) ++files;
+    EXPECT_EQ(files, 3u);
+}
+
+// Names that are valid UTF-8 come out of a standard reader unchanged. (A name that is not UTF-8 travels
+// as lone UTF-16 surrogates, which Python's strict decoder refuses; the program's own reader takes them.)
+TEST(ScanCache, AStandardReaderReadsOurFiles) {
+    if (std::system("python3 -c 'import plistlib' 2>/dev/null") != 0) GTEST_SKIP() << "no python3 here";
+    TempTree tree, cache;
+    tree.file("docs/r\xc3\xa9sum\xc3\xa9 \xf0\x9f\x93\x81.pdf", 7000);
+    for (int i = 0; i < 5; ++i) tree.file("docs/f" + std::to_string(i), 10);
+    tree.folder("empty");
+    NodeRef root = DiskScanner(4, {}, {}, platform::scanEnvironment()).scan(tree.root());
+    ScanCache::save(*root, tree.root(), Date{100.5}, cache.root(), false);
+    ScanCache::waitForWrites();
+    const std::string script =
+        "import plistlib,sys,datetime\n"
+        "d=plistlib.load(open(sys.argv[1],'rb'))\n"
+        "print(d['rootPath']==sys.argv[2], d['date']==datetime.datetime(2001,1,1,0,1,40,500000))\n"
+        "def walk(e):\n"
+        "  print(e['k'],e['s'],e['c'],'r' in e,'ch' in e,len(e.get('ch',[])),e['n'])\n"
+        "  for c in e.get('ch',[]): walk(c)\n"
+        "walk(d['root'])\n";
+    std::ofstream(cache.path("read.py")) << script;
+    const std::string command = "python3 " + cache.path("read.py") + " " +
+                                ScanCache::fileURL(tree.root(), cache.root(), false) + " " + tree.root() + " > " +
+                                cache.path("out.txt");
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    const std::string out = slurp(cache.path("out.txt"));
+    EXPECT_TRUE(out.starts_with("True True\n")) << out;
+    EXPECT_NE(out.find("r\xc3\xa9sum\xc3\xa9 \xf0\x9f\x93\x81.pdf"), std::string::npos) << out;
+    EXPECT_NE(out.find("3 "), std::string::npos) << out;                  // the aggregate of docs
+    EXPECT_NE(out.find("False False 0 empty"), std::string::npos) << out; // no r, no ch
+}
