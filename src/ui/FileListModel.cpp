@@ -4,6 +4,10 @@
 #include "StorageModel.h"
 #include "Text.h"
 #include "Words.h"
+#include "cache/ChangeTracker.h"
+
+#include <QApplication>
+#include <QPalette>
 
 namespace brenvo {
 
@@ -58,6 +62,19 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
         if (role == Qt::DisplayRole) return sizeText(item->size());
         if (role == Qt::TextAlignmentRole) return QVariant(Qt::AlignRight | Qt::AlignVCenter);
         break;
+    case Change: {
+        // Only changes of a megabyte or more are worth a row's attention.
+        const auto change = item->change();
+        if (!change || *change == 0 || (*change < 1'000'000 && *change > -1'000'000)) break;
+        if (role == Qt::DisplayRole) return QString::fromStdString(ChangeTracker::label(*change, item->isNew()));
+        if (role == Qt::DecorationRole) return icon(item->isNew() ? "sparkle" : *change > 0 ? "arrow.up" : "arrow.down");
+        if (role == Qt::ToolTipRole)
+            return item->isNew() ? QStringLiteral("New since the last baseline scan")
+                                 : QStringLiteral("Change in size since the last baseline scan");
+        if (role == Qt::ForegroundRole) return QApplication::palette().placeholderText();
+        if (role == Qt::TextAlignmentRole) return QVariant(Qt::AlignRight | Qt::AlignVCenter);
+        break;
+    }
     case Share:
         if (role == Qt::DisplayRole) return QStringLiteral("%1%").arg(share * 100, 0, 'f', share < 0.1 && share > 0 ? 1 : 0);
         if (role == Qt::UserRole) return share;
@@ -73,6 +90,7 @@ QVariant FileListModel::headerData(int section, Qt::Orientation orientation, int
     switch (section) {
     case Name: return QStringLiteral("Name");
     case Size: return QStringLiteral("Size");
+    case Change: return QStringLiteral("Change");
     case Share: return QStringLiteral("Share");
     default: return {};
     }

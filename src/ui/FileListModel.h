@@ -13,7 +13,7 @@ class StorageModel;
 class FileListModel : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { Name, Size, Share, ColumnCount };
+    enum Column { Name, Size, Change, Share, ColumnCount };
     static constexpr int NodeRole = Qt::UserRole + 1; // the row's FileNode*, as a quintptr
 
     explicit FileListModel(StorageModel& model, QObject* parent = nullptr);

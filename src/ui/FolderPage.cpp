@@ -40,7 +40,9 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     list_->horizontalHeader()->setSectionResizeMode(FileListModel::Name, QHeaderView::Stretch);
     list_->horizontalHeader()->setSectionResizeMode(FileListModel::Size, QHeaderView::Fixed);
     list_->horizontalHeader()->setSectionResizeMode(FileListModel::Share, QHeaderView::Fixed);
+    list_->horizontalHeader()->setSectionResizeMode(FileListModel::Change, QHeaderView::Fixed);
     list_->horizontalHeader()->resizeSection(FileListModel::Size, 110);
+    list_->horizontalHeader()->resizeSection(FileListModel::Change, 110);
     list_->horizontalHeader()->resizeSection(FileListModel::Share, 80);
     list_->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     column->addWidget(list_, 1);

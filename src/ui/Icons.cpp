@@ -40,6 +40,11 @@ enum class Shape {
     InternalDisk,
     Ellipsis,
     TextFile,
+    Sparkle,
+    ArrowUp,
+    ArrowDown,
+    ArrowUpRight,
+    ArrowDownRight,
 };
 
 struct Symbol {
@@ -70,6 +75,12 @@ const Symbol kSymbols[] = {
     {"internaldrive", "drive-harddisk-system", Shape::InternalDisk},
     {"ellipsis.circle", "view-more", Shape::Ellipsis},
     {"doc.text", "text-x-generic", Shape::TextFile},
+    {"sparkle", "starred", Shape::Sparkle},
+    {"arrow.up", "go-up", Shape::ArrowUp},
+    {"arrow.down", "go-down", Shape::ArrowDown},
+    // The theme has no slanted arrows; growth of a folder reads well enough as up and down.
+    {"arrow.up.right", "go-up", Shape::ArrowUpRight},
+    {"arrow.down.right", "go-down", Shape::ArrowDownRight},
 };
 
 const Symbol* findSymbol(const char* name) {
@@ -255,6 +266,32 @@ void drawShape(QPainter& p, Shape shape, QColor ink) {
     case Shape::Cross:
         p.drawLine(QPointF(8.5, 8.5), QPointF(23.5, 23.5));
         p.drawLine(QPointF(23.5, 8.5), QPointF(8.5, 23.5));
+        break;
+    case Shape::Sparkle: {
+        QPainterPath star;
+        star.moveTo(16, 3);
+        star.quadTo(17.5, 14.5, 29, 16);
+        star.quadTo(17.5, 17.5, 16, 29);
+        star.quadTo(14.5, 17.5, 3, 16);
+        star.quadTo(14.5, 14.5, 16, 3);
+        p.drawPath(star);
+        break;
+    }
+    case Shape::ArrowUp:
+        p.drawLine(QPointF(16, 27), QPointF(16, 6));
+        p.drawPolyline(QPolygonF({{8, 14}, {16, 6}, {24, 14}}));
+        break;
+    case Shape::ArrowDown:
+        p.drawLine(QPointF(16, 5), QPointF(16, 26));
+        p.drawPolyline(QPolygonF({{8, 18}, {16, 26}, {24, 18}}));
+        break;
+    case Shape::ArrowUpRight:
+        p.drawLine(QPointF(7, 25), QPointF(25, 7));
+        p.drawPolyline(QPolygonF({{13, 7}, {25, 7}, {25, 19}}));
+        break;
+    case Shape::ArrowDownRight:
+        p.drawLine(QPointF(7, 7), QPointF(25, 25));
+        p.drawPolyline(QPolygonF({{25, 13}, {25, 25}, {13, 25}}));
         break;
     case Shape::Generic:
         p.drawRoundedRect(QRectF(5.5, 5.5, 21, 21), 5, 5);

@@ -35,6 +35,13 @@ PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
     status_->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(status_);
     layout->addSpacing(12);
+    changeIcon_ = new QLabel(this);
+    change_ = new QLabel(this);
+    change_->setToolTip(QStringLiteral("Sort the list by Change to see what grew most."));
+    changeIcon_->setToolTip(change_->toolTip());
+    layout->addWidget(changeIcon_);
+    layout->addWidget(change_);
+    layout->addSpacing(12);
     total_ = new QLabel(this);
     total_->setToolTip(QStringLiteral("Includes its subfolders"));
     layout->addWidget(total_);
@@ -53,6 +60,7 @@ PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
 
 QString PathBar::statusText() const { return status_->isHidden() ? QString() : status_->text(); }
 QString PathBar::totalText() const { return total_->text(); }
+QString PathBar::changeText() const { return change_->isHidden() ? QString() : change_->text(); }
 
 void PathBar::rebuildCrumbs() {
     while (QLayoutItem* item = crumbs_->takeAt(0)) {
@@ -96,16 +104,32 @@ void PathBar::refreshRight() {
     else
         status_->clear();
     FileNode* current = model_.current();
+    change_->clear();
+    const auto change = current ? current->change() : std::nullopt;
+    if (change && *change != 0 && (*change >= 1'000'000 || *change <= -1'000'000) && model_.changesSince()) {
+        const QString sign = *change > 0 ? QStringLiteral("+") : QStringLiteral("\u2212");
+        const int64_t magnitude = *change > 0 ? *change : (*change == INT64_MIN ? INT64_MAX : -*change);
+        change_->setText(QStringLiteral("%1%2 since %3")
+                             .arg(sign, sizeText(magnitude),
+                                  QString::fromStdString(format::abbreviatedDate(*model_.changesSince()))));
+        changeIcon_->setPixmap(icon(*change > 0 ? "arrow.up.right" : "arrow.down.right").pixmap(14, 14));
+    }
     total_->setText(current ? QStringLiteral("%1 in %2 files").arg(sizeText(current->size()), countText(current->itemCount()))
                             : QString());
     fitRight();
 }
 
-// The status goes first when space runs short; the total always stays.
+// The widest that fits of: status, change and total; change and total; the total alone.
 void PathBar::fitRight() {
-    const int needed = back_->sizeHint().width() + crumbHolder_->sizeHint().width() +
-                       status_->sizeHint().width() + total_->sizeHint().width() + 60;
-    status_->setVisible(!status_->text().isEmpty() && needed <= width());
+    const int base = back_->sizeHint().width() + crumbHolder_->sizeHint().width() + total_->sizeHint().width() + 60;
+    const bool hasChange = !change_->text().isEmpty();
+    const int changeWidth = hasChange ? change_->sizeHint().width() + 30 : 0;
+    const bool showChange = hasChange && base + changeWidth <= width();
+    const bool showStatus = !status_->text().isEmpty() && (!hasChange || showChange) &&
+                            base + changeWidth + status_->sizeHint().width() <= width();
+    change_->setVisible(showChange);
+    changeIcon_->setVisible(showChange);
+    status_->setVisible(showStatus);
 }
 
 void PathBar::resizeEvent(QResizeEvent* event) {

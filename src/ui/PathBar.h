@@ -20,6 +20,7 @@ public:
     QToolButton* backButton() const { return back_; }
     QString statusText() const;
     QString totalText() const;
+    QString changeText() const;
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -34,6 +35,8 @@ private:
     QHBoxLayout* crumbs_;
     QWidget* crumbHolder_;
     QLabel* status_;
+    QLabel* changeIcon_;
+    QLabel* change_;
     QLabel* total_;
 };
 

@@ -66,3 +66,8 @@ TEST_F(EnglishLocale, RelativeDatesUseTheLargestUnitAndItsName) {
     EXPECT_EQ(ago(400 * 86400), "last year");
     EXPECT_EQ(ago(-2 * 3600), "in 2 hours");
 }
+
+TEST_F(EnglishLocale, AbbreviatedDatesHaveNoTime) {
+    const Date noonUtc = Date::fromUnix(1'763'726'400); // 2025-11-21 12:00 UTC: the same day in most zones
+    EXPECT_EQ(format::abbreviatedDate(noonUtc), "Nov 21, 2025");
+}

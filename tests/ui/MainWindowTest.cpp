@@ -20,6 +20,7 @@
 #include <QTreeWidget>
 #include <csignal>
 #include <fstream>
+#include <map>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -146,4 +147,29 @@ TEST(Shell, SigtermQuitsThroughTheOrderlyPath) {
     ASSERT_EQ(waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
     EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(Shell, ASecondScanShowsWhatGrewSinceTheFirst) {
+    test::TempTree tree;
+    tree.file("old.bin", 1'500'000);
+    tree.file("small.txt", 10);
+    Shell shell;
+    shell.model.explore(tree.root());
+    ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
+    EXPECT_EQ(shell.page()->pathBar()->changeText(), QString()); // the first scan is the baseline
+
+    tree.file("new.iso", 2'500'000);
+    tree.file("old.bin", 3'000'000);
+    shell.window.scanAgainAction()->trigger();
+    EXPECT_TRUE(shell.model.isRefreshing());
+    ASSERT_TRUE(waitFor([&] { return !shell.model.isRefreshing(); }));
+    QAbstractItemModel* rows = shell.page()->list()->model();
+    std::map<QString, QString> changes;
+    for (int r = 0; r < rows->rowCount(); ++r)
+        changes[rows->index(r, FileListModel::Name).data().toString()] = rows->index(r, FileListModel::Change).data().toString();
+    EXPECT_EQ(changes[QStringLiteral("new.iso")], QStringLiteral("New"));
+    EXPECT_TRUE(changes[QStringLiteral("old.bin")].startsWith(QStringLiteral("+1.5"))) << changes[QStringLiteral("old.bin")].toStdString();
+    EXPECT_EQ(changes[QStringLiteral("small.txt")], QString());
+    EXPECT_TRUE(shell.page()->pathBar()->changeText().startsWith(QStringLiteral("+4 MB since "))) << shell.page()->pathBar()->changeText().toStdString();
+    saveScreenshot(shell.window, "changes");
 }

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <unicode/locid.h>
 #include <unicode/numberformatter.h>
+#include <unicode/datefmt.h>
 #include <unicode/reldatefmt.h>
 
 namespace brenvo::format {
@@ -132,6 +133,19 @@ std::string relativeDate(Date when, Date now) {
     formatter.format(amount == 0 ? 0.0 : amount, unit, text, status);
     std::string out;
     if (U_SUCCESS(status)) text.toUTF8String(out);
+    return out;
+}
+
+std::string abbreviatedDate(Date when) {
+    formatters();
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::DateFormat> format(
+        icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(u"yMMMd"), chosenLocale, status));
+    if (!format || U_FAILURE(status)) return {};
+    icu::UnicodeString text;
+    format->format(when.unixSeconds() * 1000.0, text);
+    std::string out;
+    text.toUTF8String(out);
     return out;
 }
 

@@ -15,6 +15,8 @@ std::string count(int64_t n);
 // How long ago (or ahead) `when` is from `now`, in the largest whole unit, named where the language has a
 // name for it: "now", "5 minutes ago", "yesterday", "in 2 hours", "last year".
 std::string relativeDate(Date when, Date now);
+// A day in the locale's abbreviated style, without the time: "Nov 21, 2026".
+std::string abbreviatedDate(Date when);
 
 // The locale whose grouping the formatters use, e.g. "en_US" or "de_DE". Empty means the environment's
 // locale (a "C" or "POSIX" environment reads as en_US). Call before formatting starts; not thread-safe.
