@@ -18,8 +18,10 @@ PEERS := gdu ncdu time
 setup:
 	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
 	if [ -n "$$missing" ]; then \
-	  echo "Installing: $$missing"; \
-	  if [ "$$(id -u)" = 0 ]; then SUDO=; else SUDO=sudo; fi; \
+	  echo "Installing:" $$missing; \
+	  if [ "$$(id -u)" = 0 ]; then SUDO=; \
+	  elif command -v sudo >/dev/null; then SUDO=sudo; \
+	  else echo "Missing packages and no sudo: run 'make setup' as root, or install sudo." >&2; exit 1; fi; \
 	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
 

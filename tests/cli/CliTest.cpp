@@ -3,6 +3,7 @@
 #include "util/Date.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <spawn.h>
@@ -180,4 +181,37 @@ TEST(Cli, ProgressGoesToStandardError) {
     EXPECT_TRUE(last.starts_with("20 files, ")) << run.err;
     EXPECT_TRUE(last.ends_with("KB\n")) << last;
     EXPECT_TRUE(parseJson(run.out).has_value());
+}
+
+TEST(Cli, RememberComparesWithTheBaselineAndSavesWhereTheApplicationLooks) {
+    TempTree tree, cache;
+    tree.file("old.bin", 1'200'000);
+    tree.file("docs/a.txt", 10);
+    setenv("XDG_CACHE_HOME", cache.root().c_str(), 1);
+    CliRun first = cli({"scan", "--remember", tree.root()});
+    ASSERT_EQ(first.status, 0) << first.err;
+    auto record = parseJson(first.out);
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->find("root")->find("change"), nullptr); // no baseline yet: nothing to compare with
+    EXPECT_EQ(cli({"scan", tree.root()}).out.find("\"change\""), std::string::npos);
+
+    tree.file("new.iso", 2'000'000);
+    CliRun second = cli({"scan", "--remember", tree.root()});
+    ASSERT_EQ(second.status, 0) << second.err;
+    record = parseJson(second.out);
+    ASSERT_TRUE(record);
+    const JsonValue& root = *record->find("root");
+    EXPECT_EQ(root.find("change")->asInt64(), allocated(tree.path("new.iso")));
+    EXPECT_EQ(childNamed(root, "new.iso")->find("new")->asBool(), true);
+    EXPECT_EQ(childNamed(root, "old.bin")->find("change")->asInt64(), 0);
+    EXPECT_EQ(childNamed(root, "old.bin")->find("new"), nullptr);
+    EXPECT_EQ(childNamed(*childNamed(root, "docs"), "a.txt")->find("change"), nullptr); // small files: never
+    unsetenv("XDG_CACHE_HOME");
+
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(cache.path("brenvo/Scans"))) {
+        ++files;
+        EXPECT_TRUE(entry.path().filename().string().size() >= 24u);
+    }
+    EXPECT_EQ(files, 3u); // snapshot, summary, baseline
 }

@@ -1,4 +1,7 @@
 // brenvo-cli: the engine without a window, for terminals, scripts, benchmarks and tests.
+#include "StorageModel.h"
+#include "cache/ChangeTracker.h"
+#include "cache/ScanCache.h"
 #include "cache/SnapshotJson.h"
 #include "format/Formatters.h"
 #include "json/JsonWriter.h"
@@ -21,12 +24,15 @@ using namespace brenvo;
 namespace {
 
 constexpr const char* kUsage =
-    "usage: brenvo-cli scan PATH [--max-children N] [--progress] [--threads N]\n"
+    "usage: brenvo-cli scan PATH [--max-children N] [--progress] [--threads N] [--remember]\n"
     "\n"
     "  scan PATH           measure PATH and print its tree of sizes as JSON on standard output\n"
     "  --max-children N    keep at most N entries per folder, folding the smallest into one (default 250)\n"
     "  --progress          report progress on standard error while scanning\n"
-    "  --threads N         walk with N threads (default: sixteen per core, 16 to 64)\n";
+    "  --threads N         walk with N threads (default: sixteen per core, 16 to 64)\n"
+    "  --remember          scan as the application does: skip its skipped folders, compare with the\n"
+    "                      remembered baseline (adding \"change\" and \"new\" to entries) and save the\n"
+    "                      scan where the application finds it\n";
 
 int usageError(const std::string& message) {
     std::fprintf(stderr, "brenvo-cli: %s\n%s", message.c_str(), kUsage);
@@ -43,6 +49,7 @@ struct ScanArguments {
     int maxChildren = 250;
     unsigned threads = 0;
     bool progress = false;
+    bool remember = false;
 };
 
 std::optional<int> parseScan(const std::vector<std::string>& args, ScanArguments& out) {
@@ -50,6 +57,8 @@ std::optional<int> parseScan(const std::vector<std::string>& args, ScanArguments
         const std::string& arg = args[i];
         if (arg == "--progress") {
             out.progress = true;
+        } else if (arg == "--remember") {
+            out.remember = true;
         } else if (arg == "--max-children" || arg == "--threads") {
             const long limit = arg == "--threads" ? 256 : 1'000'000;
             if (i + 1 >= args.size()) return usageError(arg + " needs a number");
@@ -104,11 +113,23 @@ private:
     std::thread waiter_;
 };
 
+// What the application does with a finished scan of a custom location: marks against the baseline, then
+// the snapshot and summary, and the baseline itself when there is none or it is older than a week.
+void remember(FileNode& root, const std::string& location, Date now) {
+    const std::string folder = ScanCache::defaultFolder();
+    auto baseline = ScanCache::baselineSizes(location, folder, ChangeTracker::kMinimumNewSize);
+    if (baseline) ChangeTracker::apply(baseline->first, root, ChangeTracker::kMinimumNewSize);
+    ScanCache::save(root, location, now, folder, false);
+    constexpr double kWeek = 604800;
+    if (!baseline || now.seconds - baseline->second.seconds > kWeek) ScanCache::save(root, location, now, folder, true);
+    ScanCache::waitForWrites();
+}
+
 int scanCommand(const std::vector<std::string>& args) {
     ScanArguments options;
     if (auto failed = parseScan(args, options)) return *failed;
 
-    SignalStop signals;
+    SignalStop interrupts;
     ProgressReport report;
     if (options.progress) {
         report = [](const ScanProgress& p) {
@@ -118,20 +139,24 @@ int scanCommand(const std::vector<std::string>& args) {
     }
     ScanEnvironment environment = platform::scanEnvironment();
     environment.threads = options.threads;
-    DiskScanner scanner(options.maxChildren, {}, report, std::move(environment));
+    const DiskScanner::Skipped skipped = options.remember ? StorageModel::skippedTable() : DiskScanner::Skipped{};
+    DiskScanner scanner(options.maxChildren, skipped, report, std::move(environment));
     NodeRef root;
     try {
-        root = scanner.scanInParallel(options.path, signals.token());
+        root = scanner.scanInParallel(options.path, interrupts.token());
     } catch (const ScanError& error) {
         return scanError(options.path, error.what());
     } catch (const ScanCancelled& cancelled) {
         return scanError(options.path, cancelled.what());
     }
 
+    const Date now = Date::now();
+    if (options.remember) remember(*root, options.path, now);
     JsonWriter out(stdout);
-    writeSnapshotJson(out, *root, Date::now());
+    writeSnapshotJson(out, *root, now, options.remember);
     int error = out.finish() ? 0 : out.error();
     if (!error && (std::fputc('\n', stdout) == EOF || std::fflush(stdout) != 0)) error = errno;
+    if (error == EPIPE) return 0; // the reader stopped reading, as `| head` does: nothing to report
     if (error) {
         std::fprintf(stderr, "brenvo-cli: can't write the result: %s\n", std::strerror(error));
         return 2;

@@ -8,7 +8,7 @@ namespace brenvo {
 
 namespace {
 
-void writeEntryFields(JsonWriter& out, const FileNode& node) {
+void writeEntryFields(JsonWriter& out, const FileNode& node, bool withChanges) {
     out.key("n");
     out.value(node.name());
     out.key("k");
@@ -29,11 +29,14 @@ void writeEntryFields(JsonWriter& out, const FileNode& node) {
         out.key("x");
         out.value(*reason);
     }
+    if (!withChanges) return;
+    if (auto change = node.change()) out.field("change", *change);
+    if (node.isNew()) out.field("new", true);
 }
 
 } // namespace
 
-void writeSnapshotJson(JsonWriter& out, const FileNode& root, Date date) {
+void writeSnapshotJson(JsonWriter& out, const FileNode& root, Date date, bool withChanges) {
     out.beginObject();
     out.key("rootPath");
     out.value(root.path());
@@ -48,7 +51,7 @@ void writeSnapshotJson(JsonWriter& out, const FileNode& root, Date date) {
     std::vector<Frame> stack;
     auto open = [&](const FileNode* node) {
         out.beginObject();
-        writeEntryFields(out, *node);
+        writeEntryFields(out, *node, withChanges);
         if (node->children().empty()) {
             out.endObject();
             return;
