@@ -13,7 +13,7 @@ PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libqt6svg6
             findutils coreutils
 PEERS := gdu ncdu time
 
-.PHONY: setup build run test bench peers clean
+.PHONY: setup build run test bench fuzz clean
 
 setup:
 	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
@@ -51,6 +51,15 @@ test: setup $(CHECKED)/build.ninja
 bench: build
 	@echo "Benchmarks: $(RELEASE)/bench/brenvo_bench; peers: bench/peers.sh TREE"
 	$(RELEASE)/bench/brenvo_bench
+
+# The snapshot decoder under libFuzzer, for a minute; pass FUZZ_SECONDS to change that.
+FUZZ_SECONDS ?= 60
+fuzz: setup
+	cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
+	  -DBRENVO_FUZZ=ON -DBRENVO_GUI=OFF -DBRENVO_BENCH=OFF
+	cmake --build build/fuzz -j $(JOBS) --target snapshot_fuzz
+	mkdir -p build/fuzz/corpus && cp -n tests/fuzz/seeds/* build/fuzz/corpus/
+	build/fuzz/tests/fuzz/snapshot_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=65536 build/fuzz/corpus
 
 clean:
 	rm -rf build

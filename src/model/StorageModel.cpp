@@ -26,7 +26,7 @@ StorageModel::StorageModel(QObject* parent)
     : QObject(parent), deletions_(new DeletionLog(this)), catalog_(AppCatalog::empty()) {
     hasFullDiskAccess_ = checkFullDiskAccess();
     snapshotSource_ = [](const std::string& locationPath) -> std::optional<Remembered> {
-        auto snapshot = ScanCache::readSnapshot(ScanCache::fileURL(locationPath, ScanCache::defaultFolder(), false));
+        auto snapshot = ScanCache::readSnapshot(ScanCache::fileURL(locationPath, scansFolder(), false));
         if (!snapshot) return std::nullopt;
         return Remembered{std::move(snapshot->root), snapshot->date};
     };
@@ -109,6 +109,8 @@ void StorageModel::refreshFullDiskAccess() {
     hasFullDiskAccess_ = access;
     emit scanStateChanged();
 }
+
+std::string StorageModel::scansFolder() { return joinPath(platform::cacheFolder(), "Scans"); }
 
 StorageModel::Skipped StorageModel::skippedTable() {
     Skipped skipped;
@@ -207,7 +209,7 @@ void StorageModel::scan(const ScanLocation& location) {
         }
         // Still off the main thread, on a tree no one else holds: the marks of growth since the baseline.
         std::optional<Date> baselineDate;
-        if (auto baseline = ScanCache::baselineSizes(url, ScanCache::defaultFolder(), ChangeTracker::kMinimumNewSize)) {
+        if (auto baseline = ScanCache::baselineSizes(url, scansFolder(), ChangeTracker::kMinimumNewSize)) {
             baselineDate = baseline->second;
             if (outcome.tree) ChangeTracker::apply(baseline->first, *outcome.tree, ChangeTracker::kMinimumNewSize);
         }
@@ -294,7 +296,7 @@ void StorageModel::saveCache() {
 }
 
 void StorageModel::writeCache(FileNode& tree, bool baselineToo) {
-    const std::string folder = ScanCache::defaultFolder();
+    const std::string folder = scansFolder();
     const std::string url = location_->path();
     const Date now = Date::now();
     ScanCache::save(tree, url, now, folder, false);

@@ -102,6 +102,8 @@ public:
     // The folders a scan doesn't enter, with the reason shown: the profile's Library folder and the
     // excluded folders of the settings (whose reason wins for a path in both).
     static Skipped skippedTable();
+    // The folder remembered scans are kept in.
+    static std::string scansFolder();
 
     // Where remembered trees come from: the scan cache, unless a test says otherwise.
     void setSnapshotSource(SnapshotSource source) { snapshotSource_ = std::move(source); }

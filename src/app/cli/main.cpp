@@ -116,7 +116,7 @@ private:
 // What the application does with a finished scan of a custom location: marks against the baseline, then
 // the snapshot and summary, and the baseline itself when there is none or it is older than a week.
 void remember(FileNode& root, const std::string& location, Date now) {
-    const std::string folder = ScanCache::defaultFolder();
+    const std::string folder = StorageModel::scansFolder();
     auto baseline = ScanCache::baselineSizes(location, folder, ChangeTracker::kMinimumNewSize);
     if (baseline) ChangeTracker::apply(baseline->first, root, ChangeTracker::kMinimumNewSize);
     ScanCache::save(root, location, now, folder, false);

@@ -1,7 +1,6 @@
 #include "cache/ScanCache.h"
 
 #include "json/JsonWriter.h"
-#include "platform/Platform.h"
 #include "plist/BinaryReader.h"
 #include "plist/BinaryWriter.h"
 #include "util/FileURL.h"
@@ -94,8 +93,6 @@ std::string fileURL(std::string_view locationPath, const std::string& folder, bo
 std::string summaryPath(std::string_view locationPath, const std::string& folder) {
     return withoutExtension(fileURL(locationPath, folder, false)) + ".summary.json";
 }
-
-std::string defaultFolder() { return joinPath(platform::cacheFolder(), "Scans"); }
 
 bool encodeSnapshot(const FileNode& root, Date date, std::FILE* file) {
     BinaryWriter out(file);

@@ -27,8 +27,6 @@ struct Snapshot {
 std::string stem(std::string_view locationPath);
 std::string fileURL(std::string_view locationPath, const std::string& folder, bool baseline);
 std::string summaryPath(std::string_view locationPath, const std::string& folder);
-// The folder the application keeps its scans in.
-std::string defaultFolder();
 
 // The snapshot record of a tree, streamed to `out` without a second copy of the tree. False on a write
 // failure.
