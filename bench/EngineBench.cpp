@@ -1,5 +1,6 @@
 // Engine benchmarks: scanning a real tree (serial and parallel) and the tree's own operations.
 // The tree to scan is BRENVO_BENCH_TREE (make one with make-tree); without it a small tree is made.
+#include "cache/ScanCache.h"
 #include "platform/Platform.h"
 #include "scan/DiskScanner.h"
 #include "tree/FileNode.h"
@@ -141,6 +142,64 @@ void BM_RemoveAndReinsert(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_RemoveAndReinsert)->Unit(benchmark::kMicrosecond);
+
+// Peak resident memory since the last reset, in bytes; resetting needs Linux 4.0 or later.
+void resetPeak() { std::ofstream("/proc/self/clear_refs") << "5"; }
+long peakBytes() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.starts_with("VmHWM:")) return std::stol(line.substr(6)) * 1024;
+    return 0;
+}
+
+NodeRef scannedTree() {
+    static NodeRef tree = DiskScanner(250, {}, {}, platform::scanEnvironment()).scanInParallel(benchTree());
+    return tree;
+}
+
+// Writing the snapshot of the scanned tree: time, file bytes per entry, and the peak memory it adds to the
+// tree's own.
+void BM_SnapshotWrite(benchmark::State& state) {
+    NodeRef root = scannedTree();
+    const long long nodes = countNodes(*root);
+    const std::string file = "/tmp/brenvo-bench-snapshot.plist";
+    double extra = 0, bytesPerEntry = 0;
+    for (auto _ : state) {
+        resetPeak();
+        const long before = residentBytes();
+        std::FILE* out = std::fopen(file.c_str(), "wb");
+        ScanCache::encodeSnapshot(*root, Date::now(), out);
+        bytesPerEntry = static_cast<double>(std::ftell(out)) / static_cast<double>(nodes);
+        std::fclose(out);
+        extra = static_cast<double>(peakBytes() - before);
+    }
+    state.counters["fileBytesPerEntry"] = bytesPerEntry;
+    state.counters["peakExtraMB"] = extra / 1e6;
+}
+BENCHMARK(BM_SnapshotWrite)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// Reading it back into a tree. The extra memory is what reading costs beyond the tree it builds; the
+// mapped file's pages are the system's cache, counted apart.
+void BM_SnapshotRead(benchmark::State& state) {
+    const std::string file = "/tmp/brenvo-bench-snapshot.plist";
+    double extra = 0, treeMB = 0;
+    for (auto _ : state) {
+        resetPeak();
+        const long before = residentBytes();
+        auto snapshot = ScanCache::readSnapshot(file);
+        const long after = residentBytes();
+        extra = static_cast<double>(peakBytes() - after);
+        treeMB = static_cast<double>(after - before) / 1e6;
+        benchmark::DoNotOptimize(snapshot);
+        state.PauseTiming();
+        snapshot.reset();
+        state.ResumeTiming();
+    }
+    state.counters["treeMB"] = treeMB;
+    state.counters["peakExtraMB"] = extra / 1e6;
+}
+BENCHMARK(BM_SnapshotRead)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 } // namespace
 

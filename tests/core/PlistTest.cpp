@@ -246,11 +246,14 @@ TEST(PlistBinary, SharesKeysSmallNumbersAndBooleans) {
 TEST(PlistBinary, ManyObjectsNeedWideOffsets) {
     std::string out;
     BinaryWriter w(out);
+    EXPECT_FALSE(w.setReferenceWidth(2, 70001)); // too many for two bytes: stays at four
+    ASSERT_TRUE(w.setReferenceWidth(3, 70001));
     std::vector<Ref> refs;
     for (int i = 0; i < 70000; ++i)
         refs.push_back(w.string("item " + std::to_string(i)));
     ASSERT_TRUE(w.finish(w.array(refs)));
     EXPECT_EQ(trailerOf(out)[6], 3) << "offset width";
+    EXPECT_EQ(trailerOf(out)[7], 3) << "reference width";
     const auto reader = BinaryReader::open(out);
     ASSERT_TRUE(reader);
     const auto items = reader->array(reader->top());

@@ -96,6 +96,17 @@ std::string summaryPath(std::string_view locationPath, const std::string& folder
 
 bool encodeSnapshot(const FileNode& root, Date date, std::FILE* file) {
     BinaryWriter out(file);
+    // At most seven objects an entry (dict, name, size, count, date, reason, children) beside the shared
+    // keys and small numbers: enough to pick the narrowest references that can hold them all.
+    uint64_t entries = 0;
+    for (std::vector<const FileNode*> walk{&root}; !walk.empty();) {
+        const FileNode* node = walk.back();
+        walk.pop_back();
+        ++entries;
+        for (const FileNode* child : node->children()) walk.push_back(child);
+    }
+    const uint64_t bound = entries * 7 + 300;
+    out.setReferenceWidth(bound < 0xFFFF ? 2 : bound < 0xFFFFFF ? 3 : 4, bound);
     // Post-order: a node's entry is written once its children's are, so their references are known.
     struct Frame {
         const FileNode* node;

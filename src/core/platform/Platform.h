@@ -3,7 +3,10 @@
 #include "platform/Profile.h"
 #include "scan/DiskScanner.h"
 
+#include <cstdint>
 #include <functional>
+#include <optional>
+#include <set>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,6 +41,9 @@ std::shared_ptr<const MountRules> mountRules();
 // about once a second on a thread of the watch's own. Nothing when the system can't watch this root;
 // if it runs out of watches later, the updates for this root stop without a word.
 std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler);
+// The folders the system says changed since an event id, or nothing when that can't be known (Linux keeps
+// no history of file-system events, so it always answers nothing: every place counts as touched).
+std::optional<std::set<std::string>> changedFolders(uint64_t sinceEventID, double timeoutSeconds);
 // Where the program keeps caches it can rebuild (remembered scans) and records it must not lose.
 std::string cacheFolder();
 std::string stateFolder();

@@ -67,6 +67,15 @@ void BinaryWriter::fail(int error) {
     if (error_ == 0) error_ = error != 0 ? error : EIO;
 }
 
+bool BinaryWriter::setReferenceWidth(unsigned width, std::uint64_t objects) {
+    if (objectCount_ > 0 || width < 1 || width > 4) return false;
+    const std::uint64_t limit = width == 4 ? kMaxObjects : (std::uint64_t{1} << (8 * width)) - 1;
+    if (objects > limit) return false;
+    refWidth_ = width;
+    maxObjects_ = static_cast<std::uint32_t>(limit);
+    return true;
+}
+
 bool BinaryWriter::checkRef(Ref ref) {
     if (finished_ || ref >= objectCount_) fail(EINVAL);
     return !failed();
@@ -74,7 +83,7 @@ bool BinaryWriter::checkRef(Ref ref) {
 
 BinaryWriter::Ref BinaryWriter::beginObject() {
     if (finished_) fail(EINVAL);
-    if (objectCount_ >= kMaxObjects) fail(EOVERFLOW);
+    if (objectCount_ >= maxObjects_) fail(EOVERFLOW);
     objectStart_ = position_;
     return objectCount_;
 }
@@ -220,7 +229,7 @@ BinaryWriter::Ref BinaryWriter::array(std::span<const Ref> elements) {
     if (failed()) return 0;
     appendMarker(0xA, elements.size());
     for (Ref element : elements)
-        appendUnsigned(element, 4);
+        appendUnsigned(element, refWidth_);
     endObject(ref);
     return ref;
 }
@@ -233,9 +242,9 @@ BinaryWriter::Ref BinaryWriter::dict(std::span<const std::pair<Ref, Ref>> member
     if (failed()) return 0;
     appendMarker(0xD, members.size());
     for (const auto& member : members)
-        appendUnsigned(member.first, 4);
+        appendUnsigned(member.first, refWidth_);
     for (const auto& member : members)
-        appendUnsigned(member.second, 4);
+        appendUnsigned(member.second, refWidth_);
     endObject(ref);
     return ref;
 }
@@ -262,7 +271,7 @@ bool BinaryWriter::finish(Ref top) {
     // Trailer: 5 unused bytes, sort version, offset width, reference width, then three 8-byte numbers.
     buffer_.append(6, '\0');
     buffer_.push_back(static_cast<char>(offsetWidth));
-    buffer_.push_back(4);
+    buffer_.push_back(static_cast<char>(refWidth_));
     position_ += 8;
     appendUnsigned(objectCount_, 8);
     appendUnsigned(top, 8);

@@ -63,6 +63,10 @@ public:
     // Writes the offset table and trailer with `top` as the root and hands over all output (fflush()ing
     // a FILE). Returns false if any write failed or the document was misused; error() then says why.
     bool finish(Ref top);
+    // Narrower object references for a document known to hold at most `objects` objects: a tree of a
+    // million entries needs 3 bytes a reference, not 4. Only before the first object; false if it can't
+    // be done, and then the width stays 4. Writing more objects than the width allows fails (EOVERFLOW).
+    bool setReferenceWidth(unsigned width, std::uint64_t objects);
 
     bool failed() const { return error_ != 0; }
     // errno of the first failure (EIO if the sink gave none), 0 while nothing has failed.
@@ -109,6 +113,8 @@ private:
     std::uint32_t objectCount_ = 0;
     int error_ = 0;
     bool finished_ = false;
+    unsigned refWidth_ = 4;
+    std::uint32_t maxObjects_ = UINT32_MAX - 1;
 };
 
 } // namespace brenvo::plist

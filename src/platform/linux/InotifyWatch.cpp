@@ -157,6 +157,8 @@ private:
 
 } // namespace
 
+std::optional<std::set<std::string>> changedFolders(uint64_t, double) { return std::nullopt; }
+
 std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler) {
     int inotify = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (inotify < 0) return nullptr;
