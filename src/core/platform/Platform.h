@@ -1,5 +1,6 @@
 #pragma once
 
+#include "explain/AppSystem.h"
 #include "platform/Profile.h"
 #include "scan/DiskScanner.h"
 
@@ -44,6 +45,13 @@ std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHa
 // The folders the system says changed since an event id, or nothing when that can't be known (Linux keeps
 // no history of file-system events, so it always answers nothing: every place counts as touched).
 std::optional<std::set<std::string>> changedFolders(uint64_t sinceEventID, double timeoutSeconds);
+// When the item was last opened, as far as the system keeps track; nothing when it doesn't (on Linux the
+// access time, unless its file system is mounted without access times).
+std::optional<Date> lastOpened(const std::string& path);
+// Installed and running applications by identifier, under the profile in force.
+std::shared_ptr<const AppSystem> appSystem();
+// The same, for `profile`'s application folders.
+std::shared_ptr<const AppSystem> appSystem(const Profile& profile);
 // Where the program keeps caches it can rebuild (remembered scans) and records it must not lose.
 std::string cacheFolder();
 std::string stateFolder();

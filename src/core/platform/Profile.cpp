@@ -26,6 +26,7 @@ Profile Profile::mac(const std::string& home) {
     p.downloadsPath = joinPath(home, "Downloads");
     p.desktopPath = joinPath(home, "Desktop");
     p.documentsPath = joinPath(home, "Documents");
+    p.applicationFolders = {"/Applications", "/Applications/Utilities", joinPath(home, "Applications")};
     p.standardFolders.push_back(home);
     for (const char* name :
          {"Desktop", "Documents", "Downloads", "Library", "Pictures", "Music", "Movies", "Applications", "Public"})
@@ -58,6 +59,16 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
                          dir("PUBLICSHARE", "Public"),
                          dir("TEMPLATES", "Templates")};
     p.packageExtensions = brenvo::packageExtensions();
+    p.extraInstallerExtensions = {"deb", "rpm", "appimage", "flatpakref", "flatpak", "snap", "run"};
+    p.extraNoiseWords = {"linux", "x86_64", "amd64", "deb", "rpm", "appimage", "flatpak", "snap", "gtk", "qt"};
+    // The usual XDG data folders, the user's own first so their entries hide the system's; the system's
+    // profile takes them from XDG_DATA_HOME and XDG_DATA_DIRS instead.
+    p.applicationFolders = {joinPath(home, ".local/share/applications"),
+                            "/usr/local/share/applications",
+                            "/usr/share/applications",
+                            joinPath(home, ".local/share/flatpak/exports/share/applications"),
+                            "/var/lib/flatpak/exports/share/applications",
+                            "/var/lib/snapd/desktop/applications"};
     // Longer entries first, so a sentence is replaced whole before any phrase inside it.
     p.dialect = {
         {"macOS didn't allow access to \u201c{name}\u201d. You can allow it in System Settings \u2192 Privacy & "
@@ -66,6 +77,12 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
         {"Empty the Trash from Finder.", "Empty the Trash from your file manager."},
         {"Show free space in the menu bar", "Show free space in the system tray"},
         {"Ask from Finder", "Ask from your file manager"},
+        {"Open the Trash in Finder", "Open the Trash in your file manager"},
+        {"which is already installed in your Applications folder", "which is already installed on this computer"},
+        {"in Finder", "in your file manager"},
+        {"from Finder", "from your file manager"},
+        {"on a Mac", "on a computer"},
+        {"your Mac's", "your computer's"},
         {"Reveal in Finder", "Show in Folder"},
         {"Show in Finder", "Show in Folder"},
         {"Open in Finder", "Open in File Manager"},

@@ -28,6 +28,12 @@ struct Profile {
     std::string documentsPath;
     std::vector<std::string> standardFolders; // the home and its well-known folders
     std::vector<std::string> packageExtensions;
+    // Installer files beyond the Mac's own kinds (dmg, pkg, …), and words in installer names that say
+    // nothing about the application.
+    std::vector<std::string> extraInstallerExtensions;
+    std::vector<std::string> extraNoiseWords;
+    // Where applications are found: application folders on the Mac, desktop-entry folders on Linux.
+    std::vector<std::string> applicationFolders;
     // The program's words that name Mac things, and what this system calls them instead: whole sentences
     // and short phrases, replaced wherever they occur. Empty on the Mac.
     std::vector<std::pair<std::string, std::string>> dialect;

@@ -2,7 +2,11 @@
 #include "MountTable.h"
 #include "platform/Platform.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <fcntl.h>
+#include <sstream>
+#include <sys/stat.h>
 #include <fstream>
 #include <pwd.h>
 #include <unistd.h>
@@ -50,7 +54,46 @@ std::string homeDirectory() {
     return DiskScanner::realPath(home.empty() ? std::string(1, '/') : home);
 }
 
-Profile systemProfile(const std::string& home) { return Profile::linux(home, readUserDirs(home)); }
+namespace {
+
+// <data folder>/applications for $XDG_DATA_HOME, then each of $XDG_DATA_DIRS in order, as the launchers
+// read them. Flatpak and Snap export folders follow when the session didn't name them: their
+// applications are installed whether or not this session's environment knows it.
+std::vector<std::string> applicationFolders(const std::string& home) {
+    std::vector<std::string> dataFolders;
+    auto add = [&](std::string folder) {
+        while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+        // Relative entries are invalid by the XDG rules and ignored.
+        if (folder.empty() || folder.front() != '/') return;
+        if (std::find(dataFolders.begin(), dataFolders.end(), folder) == dataFolders.end())
+            dataFolders.push_back(std::move(folder));
+    };
+    std::string dataHome = environment("XDG_DATA_HOME");
+    add(!dataHome.empty() && dataHome.front() == '/' ? dataHome : home + "/.local/share");
+    std::string dataDirs = environment("XDG_DATA_DIRS");
+    if (dataDirs.empty()) dataDirs = "/usr/local/share:/usr/share";
+    for (std::size_t start = 0; start <= dataDirs.size();) {
+        auto end = dataDirs.find(':', start);
+        if (end == std::string::npos) end = dataDirs.size();
+        add(dataDirs.substr(start, end - start));
+        start = end + 1;
+    }
+    add(home + "/.local/share/flatpak/exports/share");
+    add("/var/lib/flatpak/exports/share");
+    add("/var/lib/snapd/desktop");
+
+    std::vector<std::string> folders;
+    for (const auto& folder : dataFolders) folders.push_back(folder + "/applications");
+    return folders;
+}
+
+} // namespace
+
+Profile systemProfile(const std::string& home) {
+    Profile profile = Profile::linux(home, readUserDirs(home));
+    profile.applicationFolders = applicationFolders(home);
+    return profile;
+}
 
 namespace {
 std::string xdgFolder(const char* variable, const char* fallback) {
@@ -59,6 +102,25 @@ std::string xdgFolder(const char* variable, const char* fallback) {
     return joinPath(base, "brenvo");
 }
 } // namespace
+
+std::optional<Date> lastOpened(const std::string& path) {
+    // A file system mounted without access times can't tell; the rest keep them closely enough.
+    std::ifstream in("/proc/self/mountinfo");
+    std::stringstream text;
+    text << in.rdbuf();
+    const MountTable::Entry* best = nullptr;
+    auto entries = MountTable::entries(text.str());
+    for (const auto& entry : entries) {
+        const std::string& point = entry.mountPoint;
+        const bool holds = point == "/" || path == point || (path.starts_with(point) && path[point.size()] == '/');
+        if (holds && (!best || point.size() >= best->mountPoint.size())) best = &entry;
+    }
+    if (best && ("," + best->options + ",").find(",noatime,") != std::string::npos) return std::nullopt;
+    struct statx st;
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_ATIME, &st) != 0 || !(st.stx_mask & STATX_ATIME))
+        return std::nullopt;
+    return Date::fromTimespec(st.stx_atime.tv_sec, st.stx_atime.tv_nsec);
+}
 
 std::string cacheFolder() { return xdgFolder("XDG_CACHE_HOME", ".cache"); }
 std::string stateFolder() { return xdgFolder("XDG_STATE_HOME", ".local/state"); }
