@@ -4,10 +4,13 @@
 #include "Preferences.h"
 #include "Text.h"
 #include "cache/ScanCache.h"
+#include "explain/RemovedApps.h"
+#include "format/TextMatch.h"
 #include "live/LiveChangePlan.h"
 #include "platform/Platform.h"
 #include "scan/FileSystem.h"
 
+#include <QMimeDatabase>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -177,13 +180,12 @@ void StorageModel::scan(const ScanLocation& location) {
     bumpRevision();
 
     ScanEnvironment environment = platform::scanEnvironment();
-    std::vector<std::string> appFolders = {"/Applications", "/Applications/Utilities",
-                                           joinPath(platform::profile().home, "Applications")};
     SnapshotSource remembered = snapshotSource_;
     scanTask_ = tasks_.start([self, id, url, refreshing, skipped = std::move(skipped),
-                              environment = std::move(environment), appFolders = std::move(appFolders),
+                              environment = std::move(environment),
                               remembered = std::move(remembered)](std::stop_token stop) {
-        std::shared_ptr<const AppCatalog> catalog = AppCatalog::load(appFolders);
+        // The profile is fixed for the life of the process, so reading it here is safe.
+        std::shared_ptr<const AppCatalog> catalog = AppCatalog::load(platform::profile());
         if (!refreshing && remembered) {
             if (auto tree = remembered(url); tree && tree->tree && !stop.stop_requested()) {
                 postToMain(self, [tree = std::move(*tree), catalog, id](StorageModel& model) mutable {
@@ -225,6 +227,7 @@ void StorageModel::showRemembered(NodeRef tree, Date date, std::shared_ptr<const
     replaceTree(std::move(tree), top);
     setSelection({});
     catalog_ = std::move(catalog);
+    appMatches_.clear();
     scannedAt_ = date;
     changesSince_ = std::nullopt;
     setScanState(false, true);
@@ -238,6 +241,7 @@ void StorageModel::finishScan(ScanOutcome outcome, std::shared_ptr<const AppCata
     if (id != scanID_) return;
     setScanState(false, false);
     catalog_ = std::move(catalog);
+    appMatches_.clear();
     if (outcome.tree) {
         // Keep the user's place: the same folder and the same selected paths, though every id is new.
         const std::string currentPath = current_ ? current_->path() : std::string();
@@ -471,10 +475,275 @@ void StorageModel::goUp() {
     setSelection({left->id()});
 }
 
+const std::vector<StorageModel::KindFilter>& StorageModel::kindFilters() {
+    static const std::vector<KindFilter> all = {KindFilter::all,       KindFilter::folders,   KindFilter::videos,
+                                                KindFilter::images,    KindFilter::audio,     KindFilter::documents,
+                                                KindFilter::installers, KindFilter::archives, KindFilter::apps};
+    return all;
+}
+
+const std::vector<StorageModel::SizeFilter>& StorageModel::sizeFilters() {
+    static const std::vector<SizeFilter> all = {SizeFilter::any, SizeFilter::over10MB, SizeFilter::over100MB,
+                                                SizeFilter::over1GB};
+    return all;
+}
+
+const char* StorageModel::text(KindFilter filter) {
+    switch (filter) {
+    case KindFilter::all: return "All Kinds";
+    case KindFilter::folders: return "Folders";
+    case KindFilter::videos: return "Videos";
+    case KindFilter::images: return "Images";
+    case KindFilter::audio: return "Audio";
+    case KindFilter::documents: return "Documents";
+    case KindFilter::installers: return "Installers";
+    case KindFilter::archives: return "Archives";
+    case KindFilter::apps: return "Apps";
+    }
+    return "";
+}
+
+const char* StorageModel::label(SizeFilter filter) {
+    switch (filter) {
+    case SizeFilter::any: return "Any Size";
+    case SizeFilter::over10MB: return "Over 10 MB";
+    case SizeFilter::over100MB: return "Over 100 MB";
+    case SizeFilter::over1GB: return "Over 1 GB";
+    }
+    return "";
+}
+
+namespace {
+
+std::optional<Category> accepted(StorageModel::KindFilter filter) {
+    using K = StorageModel::KindFilter;
+    switch (filter) {
+    case K::all: return std::nullopt;
+    case K::folders: return Category::folder;
+    case K::videos: return Category::video;
+    case K::images: return Category::image;
+    case K::audio: return Category::audio;
+    case K::documents: return Category::document;
+    case K::installers: return Category::installer;
+    case K::archives: return Category::archive;
+    case K::apps: return Category::app;
+    }
+    return std::nullopt;
+}
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    return text;
+}
+
+} // namespace
+
+void StorageModel::setSearchText(std::string text) {
+    if (searchText_ == text) return;
+    searchText_ = std::move(text);
+    emit filtersChanged();
+}
+
+void StorageModel::setKindFilter(KindFilter filter) {
+    if (kindFilter_ == filter) return;
+    kindFilter_ = filter;
+    emit filtersChanged();
+}
+
+void StorageModel::setSizeFilter(SizeFilter filter) {
+    if (sizeFilter_ == filter) return;
+    sizeFilter_ = filter;
+    emit filtersChanged();
+}
+
+bool StorageModel::isFiltering() const {
+    return !trimmed(searchText_).empty() || kindFilter_ != KindFilter::all || sizeFilter_ != SizeFilter::any;
+}
+
+void StorageModel::clearFilters() {
+    searchText_.clear();
+    kindFilter_ = KindFilter::all;
+    sizeFilter_ = SizeFilter::any;
+    emit filtersChanged();
+}
+
+std::vector<FileNode*> StorageModel::matches(FileNode& folder, std::string_view query, KindFilter kind,
+                                             SizeFilter size, size_t limit, const Profile& profile) {
+    const CaseInsensitiveQuery wanted(trimmed(query));
+    const auto category = accepted(kind);
+    const auto minimum = static_cast<int64_t>(size);
+    std::vector<FileNode*> found;
+    auto children = folder.children();
+    std::vector<FileNode*> stack(children.begin(), children.end());
+    // Children are held largest first and the stack pops from the end: each folder's smallest come first.
+    while (!stack.empty()) {
+        FileNode* item = stack.back();
+        stack.pop_back();
+        if (found.size() >= limit) break;
+        if (item->isFolder()) stack.insert(stack.end(), item->children().begin(), item->children().end());
+        if (item->isAggregate()) continue;
+        if (!wanted.empty() && !wanted.foundIn(item->name())) continue;
+        if (category && Explainer::category(*item, profile) != *category) continue;
+        if (item->size() < minimum) continue;
+        found.push_back(item);
+    }
+    return found;
+}
+
 std::vector<FileNode*> StorageModel::listItems() const {
     if (!current_) return {};
-    auto children = current_->children();
-    return {children.begin(), children.end()};
+    if (!isFiltering()) {
+        auto children = current_->children();
+        return {children.begin(), children.end()};
+    }
+    ListKey key{current_->id(), searchText_, kindFilter_, sizeFilter_, revision_};
+    if (listCache_ && listCache_->first == key) return listCache_->second;
+    auto found = matches(*current_, searchText_, kindFilter_, sizeFilter_, kMatchLimit, platform::profile());
+    listCache_.emplace(std::move(key), found);
+    return found;
+}
+
+std::vector<FileNode*> StorageModel::selectedNodes() const {
+    std::vector<FileNode*> selected;
+    for (FileNode* item : listItems())
+        if (selection_.contains(item->id())) selected.push_back(item);
+    return selected;
+}
+
+void StorageModel::selectNeighbour(bool forward) {
+    if (!current_) return;
+    std::vector<FileNode*> children;
+    for (FileNode* child : current_->children())
+        if (child->size() > 0) children.push_back(child);
+    if (children.empty()) return;
+    std::stable_sort(children.begin(), children.end(), [](FileNode* a, FileNode* b) { return a->size() > b->size(); });
+    size_t target = 0;
+    auto found = std::find_if(children.begin(), children.end(), [&](FileNode* c) { return selection_.contains(c->id()); });
+    if (found != children.end()) {
+        const size_t i = static_cast<size_t>(found - children.begin());
+        target = forward ? std::min(i + 1, children.size() - 1) : (i == 0 ? 0 : i - 1);
+    }
+    setSelection({children[target]->id()});
+    if (!previewURL_) return; // a closed preview stays closed
+    if (children[target]->isAggregate()) {
+        previewURL_.reset();
+    } else {
+        previewList_ = {children[target]->path()};
+        previewURL_ = previewList_.front();
+    }
+    emit previewChanged();
+}
+
+std::vector<std::string> StorageModel::previewItems() const {
+    std::vector<std::string> paths;
+    for (FileNode* item : selectedNodes())
+        if (!item->isAggregate()) paths.push_back(item->path());
+    return paths;
+}
+
+void StorageModel::toggleQuickLook() {
+    if (previewURL_) {
+        previewURL_.reset();
+    } else {
+        auto items = previewItems();
+        if (items.empty()) return;
+        previewList_ = std::move(items);
+        previewURL_ = previewList_.front();
+    }
+    emit previewChanged();
+}
+
+void StorageModel::closePreview() {
+    if (!previewURL_) return;
+    previewURL_.reset();
+    emit previewChanged();
+}
+
+void StorageModel::reveal(const std::string& path) {
+    setPage(Page::folder);
+    pendingReveal_ = path;
+    if (root_ && isBelow(path, root_->path()) && root_->find(path)) {
+        applyReveal(true);
+        return;
+    }
+    ScanLocation target = bestLocation(path);
+    if (location_ == target && root_) {
+        // While a refresh runs the item may yet appear, so the reveal stays pending.
+        applyReveal(!isRefreshing_);
+        return;
+    }
+    setLocation(std::move(target));
+}
+
+void StorageModel::loadLastOpened(const std::vector<FileNode*>& nodes) {
+    std::vector<NodeRef> asked;
+    std::vector<std::string> paths;
+    for (FileNode* node : nodes) {
+        if (node->lastOpenedLoaded() || (node->kind() != FileNode::Kind::file && node->kind() != FileNode::Kind::package))
+            continue;
+        node->setLastOpenedLoaded(true);
+        asked.emplace_back(node);
+        paths.push_back(node->path());
+    }
+    if (asked.empty()) return;
+    const uint64_t request = ++nextMeasure_;
+    lastOpenedRequests_[request] = std::move(asked);
+    QPointer<StorageModel> self(this);
+    tasks_.start([self, request, paths = std::move(paths)](std::stop_token) {
+        std::vector<std::optional<Date>> dates;
+        dates.reserve(paths.size());
+        for (const std::string& path : paths) dates.push_back(platform::lastOpened(path));
+        postToMain(self, [request, dates = std::move(dates)](StorageModel& model) {
+            auto found = model.lastOpenedRequests_.find(request);
+            if (found == model.lastOpenedRequests_.end()) return;
+            for (size_t i = 0; i < found->second.size() && i < dates.size(); ++i)
+                found->second[i]->setLastOpened(dates[i]);
+            model.lastOpenedRequests_.erase(found);
+            model.bumpRevision();
+        });
+    });
+}
+
+void StorageModel::forget(const std::vector<std::string>& paths) {
+    if (!root_) return;
+    for (const std::string& path : paths)
+        if (FileNode* node = root_->find(path)) node->removeFromParent();
+    bumpRevision();
+    saveCache();
+}
+
+ExplainContext StorageModel::explainContext(std::shared_ptr<const AppCatalog> catalog) {
+    ExplainContext context;
+    context.profile = &platform::profile();
+    context.catalog = std::move(catalog);
+    static const std::shared_ptr<const AppSystem> apps = platform::appSystem();
+    context.apps = apps.get();
+    static const std::vector<std::string> commands = RemovedApps::commandFolders(platform::profile().home);
+    context.commandFolders = commands;
+    context.typeDescription = [](const std::string& extension) -> std::optional<std::string> {
+        static const QMimeDatabase types;
+        const QMimeType type = types.mimeTypeForFile(QStringLiteral("x.") + QString::fromStdString(extension),
+                                                     QMimeDatabase::MatchExtension);
+        if (!type.isValid() || type.isDefault() || type.comment().isEmpty()) return std::nullopt;
+        return type.comment().toStdString();
+    };
+    context.demo = platform::isDemo();
+    context.now = Date::now();
+    return context;
+}
+
+Explanation StorageModel::explain(const FileNode& node) const {
+    return Explainer::explain(node, root_.get(), explainContext(catalog_));
+}
+
+std::optional<InstalledApp> StorageModel::installedApp(const FileNode& node) {
+    if (auto memo = appMatches_.find(node.id()); memo != appMatches_.end()) return memo->second;
+    std::optional<InstalledApp> app;
+    if (!node.isAggregate() && Explainer::category(node, platform::profile()) == Category::installer && catalog_)
+        app = catalog_->app(std::string(node.name()));
+    appMatches_[node.id()] = app;
+    return app;
 }
 
 } // namespace brenvo

@@ -11,6 +11,7 @@
 #include "FolderWatcher.h"
 #include "ScanLocation.h"
 #include "explain/AppCatalog.h"
+#include "explain/Explainer.h"
 #include "scan/DiskScanner.h"
 #include "tree/FileNode.h"
 #include "util/Date.h"
@@ -35,6 +36,12 @@ class StorageModel : public QObject {
     Q_OBJECT
 public:
     enum class Page { folder, overview, duplicates, recentlyDeleted };
+    enum class KindFilter { all, folders, videos, images, audio, documents, installers, archives, apps };
+    enum class SizeFilter : int64_t { any = 0, over10MB = 10'000'000, over100MB = 100'000'000, over1GB = 1'000'000'000 };
+    static const std::vector<KindFilter>& kindFilters();
+    static const std::vector<SizeFilter>& sizeFilters();
+    static const char* text(KindFilter filter);
+    static const char* label(SizeFilter filter);
 
     // A tree remembered from an earlier scan of the same location.
     struct Remembered {
@@ -89,8 +96,42 @@ public:
     void explore(const std::string& path);
     // To the enclosing folder, with the folder just left selected.
     void goUp();
-    // What the folder page lists: the children of `current`.
+    // What the folder page lists: the children of `current`, or while filtering the matches anywhere below
+    // it (at most 2000), remembered until the folder, the filters or the tree change.
     std::vector<FileNode*> listItems() const;
+    static constexpr size_t kMatchLimit = 2000;
+    // Items below `folder` that pass the filters, smallest of each folder first, at most `limit`.
+    static std::vector<FileNode*> matches(FileNode& folder, std::string_view query, KindFilter kind, SizeFilter size,
+                                          size_t limit, const Profile& profile);
+    const std::string& searchText() const { return searchText_; }
+    void setSearchText(std::string text);
+    KindFilter kindFilter() const { return kindFilter_; }
+    void setKindFilter(KindFilter filter);
+    SizeFilter sizeFilter() const { return sizeFilter_; }
+    void setSizeFilter(SizeFilter filter);
+    bool isFiltering() const;
+    void clearFilters();
+    // Those of `listItems` that are selected, in list order.
+    std::vector<FileNode*> selectedNodes() const;
+    // Moves the selection to the next or previous child of `current` by size, whatever the list shows.
+    void selectNeighbour(bool forward);
+    const std::optional<std::string>& previewURL() const { return previewURL_; }
+    const std::vector<std::string>& previewList() const { return previewList_; }
+    std::vector<std::string> previewItems() const;
+    void toggleQuickLook();
+    void closePreview();
+    // Shows the item at `path` in its folder, scanning the place that holds it if need be.
+    void reveal(const std::string& path);
+    // Fills in when the items were last opened, once per node, off the main thread.
+    void loadLastOpened(const std::vector<FileNode*>& nodes);
+    // Takes items out of the tree on show.
+    void forget(const std::vector<std::string>& paths);
+    // What the item is, what could be done about it and whether it may go, in this system's words.
+    Explanation explain(const FileNode& node) const;
+    // The system's answers the explanations read, around a given catalogue.
+    static ExplainContext explainContext(std::shared_ptr<const AppCatalog> catalog);
+    // The installed application an installer file is for, remembered per node until the catalogue changes.
+    std::optional<InstalledApp> installedApp(const FileNode& node);
     // Checked at start and whenever the application becomes active.
     void refreshFullDiskAccess();
     // Tells the folder-page screens that node contents changed; every patch of the tree calls it.
@@ -118,6 +159,8 @@ signals:
     void treeChanged(); // root or revision
     void errorMessageChanged();
     void revealed();
+    void filtersChanged();
+    void previewChanged();
 
 private:
     struct ScanOutcome {
@@ -161,6 +204,22 @@ private:
     std::vector<std::string> changesDuringScan_;
     int scanID_ = 0;
     std::optional<Date> changesSince_;
+    std::string searchText_;
+    KindFilter kindFilter_ = KindFilter::all;
+    SizeFilter sizeFilter_ = SizeFilter::any;
+    struct ListKey {
+        uint64_t folder = 0;
+        std::string query;
+        KindFilter kind = KindFilter::all;
+        SizeFilter size = SizeFilter::any;
+        int revision = 0;
+        bool operator==(const ListKey&) const = default;
+    };
+    mutable std::optional<std::pair<ListKey, std::vector<FileNode*>>> listCache_;
+    std::optional<std::string> previewURL_;
+    std::vector<std::string> previewList_;
+    std::map<uint64_t, std::optional<InstalledApp>> appMatches_;
+    std::map<uint64_t, std::vector<NodeRef>> lastOpenedRequests_;
 
     // Nodes being measured anew off the main thread, by request number: only this thread touches them.
     std::map<uint64_t, NodeRef> measuring_;

@@ -14,6 +14,7 @@ namespace brenvo {
 FileListModel::FileListModel(StorageModel& model, QObject* parent) : QAbstractTableModel(parent), model_(model) {
     connect(&model_, &StorageModel::currentChanged, this, &FileListModel::reload);
     connect(&model_, &StorageModel::treeChanged, this, &FileListModel::reload);
+    connect(&model_, &StorageModel::filtersChanged, this, &FileListModel::reload);
     reload();
 }
 

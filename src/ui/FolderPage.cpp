@@ -1,6 +1,7 @@
 #include "FolderPage.h"
 
 #include "FileListModel.h"
+#include "FilterBar.h"
 #include "PathBar.h"
 #include "ScanningView.h"
 #include "StorageModel.h"
@@ -27,6 +28,8 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     line->setFrameShape(QFrame::HLine);
     line->setFrameShadow(QFrame::Sunken);
     column->addWidget(line);
+    filterBar_ = new FilterBar(model_, folder_);
+    column->addWidget(filterBar_);
     list_ = new QTableView(folder_);
     rows_ = new FileListModel(model_, list_);
     list_->setModel(rows_);

@@ -7,6 +7,7 @@ class QTableView;
 namespace brenvo {
 
 class FileListModel;
+class FilterBar;
 class PathBar;
 class ScanningView;
 class StorageModel;
@@ -23,6 +24,7 @@ public:
     WelcomeView* welcomeView() const { return welcome_; }
     QWidget* folderView() const { return folder_; }
     PathBar* pathBar() const { return pathBar_; }
+    FilterBar* filterBar() const { return filterBar_; }
     QTableView* list() const { return list_; }
 
 private:
@@ -36,6 +38,7 @@ private:
     WelcomeView* welcome_;
     QWidget* folder_;
     PathBar* pathBar_;
+    FilterBar* filterBar_;
     QTableView* list_;
     FileListModel* rows_;
     bool syncing_ = false;

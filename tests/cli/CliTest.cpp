@@ -215,3 +215,40 @@ TEST(Cli, RememberComparesWithTheBaselineAndSavesWhereTheApplicationLooks) {
     }
     EXPECT_EQ(files, 3u); // snapshot, summary, baseline
 }
+
+TEST(Cli, ExplainSpeaksInTheProfileInForce) {
+    TempTree home;
+    home.file("Library/Caches/foo/a", 10);
+    home.file("Downloads/trip.mov", 100);
+    home.file(".Trash/old.txt", 10);
+    const std::string realHome = std::getenv("HOME") ? std::getenv("HOME") : "/";
+    setenv("BRENVO_PROFILE", "mac", 1);
+    setenv("HOME", home.root().c_str(), 1);
+    CliRun library = cli({"explain", home.path("Library/Caches/foo")});
+    CliRun trash = cli({"explain", home.path(".Trash"), "--root", home.root()});
+    setenv("BRENVO_PROFILE", "linux", 1);
+    CliRun video = cli({"explain", home.path("Downloads/trip.mov")});
+    CliRun missing = cli({"explain", home.path("Downloads/none.mov")});
+    unsetenv("BRENVO_PROFILE");
+    setenv("HOME", realHome.c_str(), 1);
+
+    ASSERT_EQ(library.status, 0) << library.err;
+    auto e = parseJson(library.out);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->find("safety")->asString(), "protected");
+    EXPECT_EQ(e->find("summary")->asString(), "Part of your Library folder, where apps keep their settings, caches and data.");
+    EXPECT_EQ(e->find("suggestion"), nullptr); // absent values are left out
+    EXPECT_EQ(e->find("category")->asString(), "folder");
+
+    e = parseJson(trash.out);
+    ASSERT_TRUE(e) << trash.err;
+    EXPECT_EQ(e->find("safetyNote")->asString(), "Empty the Trash from Finder.");
+
+    e = parseJson(video.out);
+    ASSERT_TRUE(e) << video.err;
+    EXPECT_EQ(e->find("summary")->asString(), "A video. Videos are often the largest personal files on a computer.");
+    EXPECT_EQ(e->find("safety")->asString(), "ok");
+
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_TRUE(missing.err.starts_with("brenvo-cli: ")) << missing.err;
+}

@@ -1,5 +1,6 @@
 #include "EventLoop.h"
 #include "FileListModel.h"
+#include "FilterBar.h"
 #include "FolderPage.h"
 #include "MainWindow.h"
 #include "PathBar.h"
@@ -10,7 +11,10 @@
 #include "WelcomeView.h"
 #include "platform/Platform.h"
 
+#include <QComboBox>
 #include <QDir>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -172,4 +176,31 @@ TEST(Shell, ASecondScanShowsWhatGrewSinceTheFirst) {
     EXPECT_EQ(changes[QStringLiteral("small.txt")], QString());
     EXPECT_TRUE(shell.page()->pathBar()->changeText().startsWith(QStringLiteral("+4 MB since "))) << shell.page()->pathBar()->changeText().toStdString();
     saveScreenshot(shell.window, "changes");
+}
+
+TEST(Shell, SearchingAFolderListsMatchesFromEveryLevel) {
+    test::TempTree tree;
+    tree.file("2024/Holiday Photo.jpg", 90000);
+    tree.file("2024/sub/photo-2.JPG", 50000);
+    tree.file("notes.txt", 10);
+    Shell shell;
+    shell.model.explore(tree.root());
+    ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
+    FilterBar* bar = shell.page()->filterBar();
+    EXPECT_TRUE(bar->clearButton()->isHidden());
+    QTest::keyClicks(bar->searchField(), QStringLiteral("PHOTO"));
+    QAbstractItemModel* rows = shell.page()->list()->model();
+    ASSERT_EQ(rows->rowCount(), 2);
+    EXPECT_FALSE(bar->clearButton()->isHidden());
+    EXPECT_TRUE(bar->matchText()->text().startsWith(QStringLiteral("2 matches in \u201c"))) << bar->matchText()->text().toStdString();
+    bar->kindPicker()->setCurrentIndex(bar->kindPicker()->findText(QStringLiteral("Images")));
+    EXPECT_EQ(rows->rowCount(), 2);
+    bar->sizePicker()->setCurrentIndex(bar->sizePicker()->findText(QStringLiteral("Over 10 MB")));
+    EXPECT_EQ(rows->rowCount(), 0);
+    bar->sizePicker()->setCurrentIndex(0);
+    saveScreenshot(shell.window, "search");
+    bar->clearButton()->click();
+    EXPECT_EQ(bar->searchField()->text(), QString());
+    EXPECT_EQ(rows->rowCount(), 2); // the folder's own children again: 2024 and notes.txt
+    EXPECT_FALSE(shell.model.isFiltering());
 }

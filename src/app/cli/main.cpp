@@ -3,6 +3,7 @@
 #include "cache/ChangeTracker.h"
 #include "cache/ScanCache.h"
 #include "cache/SnapshotJson.h"
+#include "explain/Explainer.h"
 #include "format/Formatters.h"
 #include "json/JsonWriter.h"
 #include "platform/Platform.h"
@@ -25,6 +26,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: brenvo-cli scan PATH [--max-children N] [--progress] [--threads N] [--remember]\n"
+    "       brenvo-cli explain PATH [--root ROOT]\n"
     "\n"
     "  scan PATH           measure PATH and print its tree of sizes as JSON on standard output\n"
     "  --max-children N    keep at most N entries per folder, folding the smallest into one (default 250)\n"
@@ -32,7 +34,9 @@ constexpr const char* kUsage =
     "  --threads N         walk with N threads (default: sixteen per core, 16 to 64)\n"
     "  --remember          scan as the application does: skip its skipped folders, compare with the\n"
     "                      remembered baseline (adding \"change\" and \"new\" to entries) and save the\n"
-    "                      scan where the application finds it\n";
+    "                      scan where the application finds it\n"
+    "  explain PATH        say what PATH is and whether it may go, as JSON; ROOT (default: the folder\n"
+    "                      holding PATH) is scanned to see it in its place\n";
 
 int usageError(const std::string& message) {
     std::fprintf(stderr, "brenvo-cli: %s\n%s", message.c_str(), kUsage);
@@ -164,6 +168,50 @@ int scanCommand(const std::vector<std::string>& args) {
     return 0;
 }
 
+int explainCommand(const std::vector<std::string>& args) {
+    std::string path, root;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--root") {
+            if (i + 1 >= args.size()) return usageError("--root needs a folder");
+            root = args[++i];
+        } else if (args[i].starts_with("--")) {
+            return usageError("unknown option " + args[i]);
+        } else if (path.empty()) {
+            path = args[i];
+        } else {
+            return usageError("explain takes one PATH");
+        }
+    }
+    if (path.empty()) return usageError("explain needs a PATH");
+    const std::string wanted = DiskScanner::realPath(path);
+    if (root.empty()) root = std::string(wanted.substr(0, std::max<size_t>(wanted.rfind('/'), 1)));
+
+    NodeRef tree;
+    try {
+        tree = DiskScanner(250, {}, {}, platform::scanEnvironment()).scanInParallel(root);
+    } catch (const std::exception& error) {
+        return scanError(root, error.what());
+    }
+    FileNode* node = tree->find(wanted);
+    if (!node) {
+        std::fprintf(stderr, "brenvo-cli: \u201c%s\u201d is not in the scan of \u201c%s\u201d\n", path.c_str(),
+                     root.c_str());
+        return 2;
+    }
+    const ExplainContext context = StorageModel::explainContext(AppCatalog::load(platform::profile()));
+    const Explanation e = Explainer::explain(*node, tree.get(), context);
+    JsonWriter out(stdout, JsonWriter::Style::Pretty);
+    out.beginObject();
+    out.field("summary", e.summary);
+    if (e.suggestion) out.field("suggestion", *e.suggestion);
+    out.field("safety", safetyName(e.safety));
+    if (e.safetyNote) out.field("safetyNote", *e.safetyNote);
+    out.field("category", categoryName(Explainer::category(*node, platform::profile())));
+    out.field("kindLabel", Explainer::kindLabel(*node, context));
+    out.endObject();
+    return out.finish() ? 0 : 2;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -175,5 +223,6 @@ int main(int argc, char** argv) {
         return args.empty() ? 2 : 0;
     }
     if (args[0] == "scan") return scanCommand({args.begin() + 1, args.end()});
+    if (args[0] == "explain") return explainCommand({args.begin() + 1, args.end()});
     return usageError("unknown command \u201c" + args[0] + "\u201d");
 }

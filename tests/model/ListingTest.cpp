@@ -1,0 +1,157 @@
+#include "EventLoop.h"
+#include "StorageModel.h"
+#include "TempTree.h"
+#include "platform/Platform.h"
+
+#include <gtest/gtest.h>
+
+using namespace brenvo;
+using brenvo::test::TempTree;
+using brenvo::test::waitFor;
+using KindFilter = StorageModel::KindFilter;
+using SizeFilter = StorageModel::SizeFilter;
+
+namespace {
+
+NodeRef make(FileNode::Kind kind, std::string_view name, int64_t size) {
+    NodeRef n = FileNode::make(kind, name);
+    n->setSize(size);
+    if (kind == FileNode::Kind::file) n->setItemCount(1);
+    return n;
+}
+
+struct Driven {
+    StorageModel model;
+    Driven() {
+        QObject::connect(&model, &StorageModel::locationChanged, &model, [this] {
+            if (model.location()) model.scan(*model.location());
+        });
+    }
+    void open(const std::string& path) {
+        model.explore(path);
+        ASSERT_TRUE(waitFor([this] { return !model.isScanning() && !model.isRefreshing(); }));
+    }
+};
+
+std::vector<std::string> names(const std::vector<FileNode*>& nodes) {
+    std::vector<std::string> out;
+    for (FileNode* n : nodes) out.emplace_back(n->name());
+    return out;
+}
+
+} // namespace
+
+TEST(Listing, MatchesWalkTheWholeSubtreeSmallestFirstAndStopAtTheLimit) {
+    NodeRef root = make(FileNode::Kind::folder, "r", 0);
+    root->setLocation("/r");
+    NodeRef photos = make(FileNode::Kind::folder, "Photos", 0);
+    for (int i = 0; i < 2500; ++i) make(FileNode::Kind::file, "IMG_" + std::to_string(i) + ".jpg", 2500 - i)->reinsert(photos.get());
+    photos->reinsert(root.get());
+    make(FileNode::Kind::file, "exact.mov", 10'000'000)->reinsert(root.get());
+    make(FileNode::Kind::file, "under.mov", 9'999'999)->reinsert(root.get());
+    make(FileNode::Kind::aggregate, "4 smaller items", 5)->reinsert(root.get());
+    const Profile& profile = platform::profile();
+
+    auto found = StorageModel::matches(*root, "img", KindFilter::all, SizeFilter::any, 2000, profile);
+    ASSERT_EQ(found.size(), 2000u);
+    EXPECT_EQ(found.front()->name(), "IMG_2499.jpg"); // the smallest of the folder comes first
+    EXPECT_EQ(names(StorageModel::matches(*root, "", KindFilter::videos, SizeFilter::over10MB, 2000, profile)),
+              std::vector<std::string>{"exact.mov"}); // "over" means at least
+    EXPECT_EQ(names(StorageModel::matches(*root, "  PHO\t", KindFilter::folders, SizeFilter::any, 2000, profile)),
+              std::vector<std::string>{"Photos"});
+    for (FileNode* item : StorageModel::matches(*root, "", KindFilter::all, SizeFilter::any, 5000, profile))
+        EXPECT_FALSE(item->isAggregate());
+}
+
+TEST(Listing, FiltersSearchTheCurrentFolderAndRememberTheResult) {
+    TempTree tree;
+    tree.file("a/Report.PDF", 10);
+    tree.file("a/b/old report.txt", 10);
+    tree.file("c/other.txt", 10);
+    Driven d;
+    d.open(tree.root());
+    StorageModel& model = d.model;
+    EXPECT_EQ(model.listItems().size(), 2u);
+
+    model.setSearchText("   ");
+    EXPECT_FALSE(model.isFiltering()); // spaces alone are no filter
+    model.setSearchText("report");
+    EXPECT_TRUE(model.isFiltering());
+    auto first = model.listItems();
+    EXPECT_EQ(first.size(), 2u);
+    model.setSearchText("report ");
+    EXPECT_EQ(model.listItems().size(), 2u); // the same items under another key
+    model.setCurrent(model.root()->find(tree.path("c")));
+    EXPECT_TRUE(model.listItems().empty()); // filters stay; the folder changed
+    model.clearFilters();
+    EXPECT_EQ(names(model.listItems()), std::vector<std::string>{"other.txt"});
+}
+
+TEST(Listing, NeighboursAndGoingUp) {
+    TempTree tree;
+    tree.file("big", 30000);
+    tree.file("mid", 20000);
+    tree.file("small", 5000);
+    tree.file("empty", 0);
+    Driven d;
+    d.open(tree.root());
+    StorageModel& model = d.model;
+    auto id = [&](const char* name) { return model.root()->find(tree.path(name))->id(); };
+    model.selectNeighbour(true);
+    EXPECT_EQ(model.selection(), QSet<quint64>{id("big")}); // nothing selected: the largest
+    model.selectNeighbour(true);
+    model.selectNeighbour(true);
+    model.selectNeighbour(true); // stays on the last item of non-zero size
+    EXPECT_EQ(model.selection(), QSet<quint64>{id("small")});
+    model.setSelection({id("big")});
+    model.selectNeighbour(false);
+    EXPECT_EQ(model.selection(), QSet<quint64>{id("big")});
+    EXPECT_FALSE(model.previewURL()); // a closed preview stays closed
+    model.toggleQuickLook();
+    EXPECT_EQ(model.previewURL(), tree.path("big"));
+    model.selectNeighbour(true);
+    EXPECT_EQ(model.previewURL(), tree.path("mid")); // an open one follows
+    model.toggleQuickLook();
+    EXPECT_FALSE(model.previewURL());
+}
+
+TEST(Listing, RevealLandsOnTheItemOrOnWhatFoldedIt) {
+    TempTree tree;
+    for (int i = 0; i < 260; ++i) tree.file("many/f" + std::to_string(i), 50000);
+    tree.file("many/tiny", 0); // the smallest of 261: surely folded
+    tree.file("deep/er/target.txt", 10);
+    Driven d;
+    d.open(tree.root());
+    StorageModel& model = d.model;
+    model.reveal(tree.path("deep/er/target.txt"));
+    EXPECT_EQ(model.current()->path(), tree.path("deep/er"));
+    EXPECT_EQ(model.selection(), QSet<quint64>{model.current()->find(tree.path("deep/er/target.txt"))->id()});
+    EXPECT_FALSE(model.pendingReveal());
+
+    // A folded item: the scan of its folder lands on the "smaller items" row.
+    model.reveal(tree.path("many/tiny"));
+    ASSERT_TRUE(waitFor([&] { return !model.pendingReveal(); }));
+    EXPECT_EQ(model.current()->path(), tree.path("many"));
+    ASSERT_EQ(model.selection().size(), 1);
+    EXPECT_TRUE(model.current()->children().back()->isAggregate());
+    EXPECT_EQ(*model.selection().begin(), model.current()->children().back()->id());
+}
+
+TEST(Listing, ForgettingAndLastOpened) {
+    TempTree tree;
+    tree.file("keep", 10);
+    tree.file("drop", 10);
+    Driven d;
+    d.open(tree.root());
+    StorageModel& model = d.model;
+    const int revision = model.revision();
+    model.forget({tree.path("drop")});
+    EXPECT_EQ(model.root()->find(tree.path("drop")), nullptr);
+    EXPECT_GT(model.revision(), revision);
+
+    FileNode* keep = model.root()->find(tree.path("keep"));
+    model.loadLastOpened({keep, model.root()});
+    EXPECT_TRUE(keep->lastOpenedLoaded());
+    EXPECT_FALSE(model.root()->lastOpenedLoaded()); // folders are never asked about
+    ASSERT_TRUE(waitFor([&] { return keep->lastOpened().has_value(); }));
+}
