@@ -1,3 +1,4 @@
+#include "TreeBuilder.h"
 #include "TreeText.h"
 #include "tree/FileNode.h"
 #include "tree/NodeArena.h"
@@ -7,37 +8,12 @@
 
 using namespace brenvo;
 using brenvo::test::treeText;
+using brenvo::test::leaf;
+using brenvo::test::folder;
+using brenvo::test::aggregate;
 using Kind = FileNode::Kind;
 
 namespace {
-
-NodeRef leaf(std::string_view name, int64_t size) {
-    NodeRef n = FileNode::make(Kind::file, name);
-    n->setSize(size);
-    n->setItemCount(1);
-    return n;
-}
-
-// A folder whose totals are the sums of the given children, in the order given.
-NodeRef folder(std::string_view name, std::vector<NodeRef> children) {
-    NodeRef n = FileNode::make(Kind::folder, name);
-    int64_t size = 0, count = 0;
-    for (auto& c : children) {
-        size += c->size();
-        count += c->itemCount();
-    }
-    n->setSize(size);
-    n->setItemCount(count);
-    n->adoptChildren(std::move(children));
-    return n;
-}
-
-NodeRef aggregate(int64_t size, int64_t count) {
-    NodeRef n = FileNode::make(Kind::aggregate, std::to_string(count) + " smaller items");
-    n->setSize(size);
-    n->setItemCount(count);
-    return n;
-}
 
 // /a
 //   b/ (c.txt 30, d.txt 20)

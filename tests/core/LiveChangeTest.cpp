@@ -1,3 +1,4 @@
+#include "TreeBuilder.h"
 #include "TreeText.h"
 #include "cache/ChangeTracker.h"
 #include "live/LiveChangePlan.h"
@@ -12,24 +13,8 @@ using Paths = std::vector<std::string>;
 
 namespace {
 
-NodeRef file(std::string_view name, int64_t size) {
-    NodeRef n = FileNode::make(Kind::file, name);
-    n->setSize(size);
-    return n;
-}
-
-NodeRef folder(std::string_view name, std::vector<NodeRef> children) {
-    NodeRef n = FileNode::make(Kind::folder, name);
-    int64_t size = 0, count = 0;
-    for (auto& c : children) {
-        size += c->size();
-        count += c->itemCount();
-    }
-    n->setSize(size);
-    n->setItemCount(count);
-    n->adoptChildren(std::move(children));
-    return n;
-}
+NodeRef file(std::string_view name, int64_t size) { return test::leaf(name, size); }
+using test::folder;
 
 // /r: a.txt, sub/(b.txt, deep/c.txt), 1 folded item
 NodeRef sampleTree() {

@@ -1,3 +1,4 @@
+#include "Driven.h"
 #include "EventLoop.h"
 #include "StorageModel.h"
 #include "TempTree.h"
@@ -8,6 +9,7 @@
 using namespace brenvo;
 using brenvo::test::TempTree;
 using brenvo::test::waitFor;
+using brenvo::test::Driven;
 using KindFilter = StorageModel::KindFilter;
 using SizeFilter = StorageModel::SizeFilter;
 
@@ -20,18 +22,6 @@ NodeRef make(FileNode::Kind kind, std::string_view name, int64_t size) {
     return n;
 }
 
-struct Driven {
-    StorageModel model;
-    Driven() {
-        QObject::connect(&model, &StorageModel::locationChanged, &model, [this] {
-            if (model.location()) model.scan(*model.location());
-        });
-    }
-    void open(const std::string& path) {
-        model.explore(path);
-        ASSERT_TRUE(waitFor([this] { return !model.isScanning() && !model.isRefreshing(); }));
-    }
-};
 
 std::vector<std::string> names(const std::vector<FileNode*>& nodes) {
     std::vector<std::string> out;
@@ -69,7 +59,7 @@ TEST(Listing, FiltersSearchTheCurrentFolderAndRememberTheResult) {
     tree.file("a/b/old report.txt", 10);
     tree.file("c/other.txt", 10);
     Driven d;
-    d.open(tree.root());
+    ASSERT_TRUE(d.open(tree.root()));
     StorageModel& model = d.model;
     EXPECT_EQ(model.listItems().size(), 2u);
 
@@ -94,7 +84,7 @@ TEST(Listing, NeighboursAndGoingUp) {
     tree.file("small", 5000);
     tree.file("empty", 0);
     Driven d;
-    d.open(tree.root());
+    ASSERT_TRUE(d.open(tree.root()));
     StorageModel& model = d.model;
     auto id = [&](const char* name) { return model.root()->find(tree.path(name))->id(); };
     model.selectNeighbour(true);
@@ -121,7 +111,7 @@ TEST(Listing, RevealLandsOnTheItemOrOnWhatFoldedIt) {
     tree.file("many/tiny", 0); // the smallest of 261: surely folded
     tree.file("deep/er/target.txt", 10);
     Driven d;
-    d.open(tree.root());
+    ASSERT_TRUE(d.open(tree.root()));
     StorageModel& model = d.model;
     model.reveal(tree.path("deep/er/target.txt"));
     EXPECT_EQ(model.current()->path(), tree.path("deep/er"));
@@ -142,7 +132,7 @@ TEST(Listing, ForgettingAndLastOpened) {
     tree.file("keep", 10);
     tree.file("drop", 10);
     Driven d;
-    d.open(tree.root());
+    ASSERT_TRUE(d.open(tree.root()));
     StorageModel& model = d.model;
     const int revision = model.revision();
     model.forget({tree.path("drop")});

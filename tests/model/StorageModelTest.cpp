@@ -1,3 +1,4 @@
+#include "Driven.h"
 #include "EventLoop.h"
 #include "Preferences.h"
 #include "StorageModel.h"
@@ -15,21 +16,11 @@ using namespace brenvo;
 using brenvo::test::settle;
 using brenvo::test::TempTree;
 using brenvo::test::waitFor;
+using brenvo::test::Driven;
 
 namespace {
 
 // The model as the shell drives it: a change of location starts a scan.
-struct Driven {
-    StorageModel model;
-    Driven() {
-        QObject::connect(&model, &StorageModel::locationChanged, &model, [this] {
-            if (model.location()) model.scan(*model.location());
-        });
-    }
-    bool idle() {
-        return waitFor([this] { return !model.isScanning() && !model.isRefreshing(); });
-    }
-};
 
 FileNode* child(FileNode* n, std::string_view name) {
     for (FileNode* c : n->children())

@@ -24,6 +24,35 @@ using plist::BinaryReader;
 using plist::BinaryWriter;
 using Ref = BinaryWriter::Ref;
 
+// A whole file, read-only, for as long as the object lives; empty files and errors read as nothing.
+class MappedFile {
+public:
+    explicit MappedFile(const std::string& path) {
+        int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) return;
+        struct stat st;
+        if (::fstat(fd, &st) == 0 && st.st_size > 0) {
+            void* at = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+            if (at != MAP_FAILED) {
+                data_ = static_cast<const char*>(at);
+                size_ = static_cast<size_t>(st.st_size);
+            }
+        }
+        ::close(fd);
+    }
+    ~MappedFile() {
+        if (data_) ::munmap(const_cast<char*>(data_), size_);
+    }
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+    explicit operator bool() const { return data_ != nullptr; }
+    std::string_view bytes() const { return {data_, size_}; }
+
+private:
+    const char* data_ = nullptr;
+    size_t size_ = 0;
+};
+
 SerialQueue& writeQueue() {
     static SerialQueue queue;
     return queue;
@@ -214,20 +243,9 @@ std::optional<Snapshot> decodeSnapshot(std::string_view data) {
 }
 
 std::optional<Snapshot> readSnapshot(const std::string& file) {
-    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    struct stat st;
-    if (::fstat(fd, &st) != 0 || st.st_size <= 0) {
-        ::close(fd);
-        return std::nullopt;
-    }
-    const auto size = static_cast<size_t>(st.st_size);
-    void* mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-    ::close(fd);
-    if (mapped == MAP_FAILED) return std::nullopt;
-    auto snapshot = decodeSnapshot(std::string_view(static_cast<const char*>(mapped), size));
-    ::munmap(mapped, size);
-    return snapshot;
+    MappedFile mapped(file);
+    if (!mapped) return std::nullopt;
+    return decodeSnapshot(mapped.bytes());
 }
 
 std::string makeSummary(const FileNode& root, Date date) {
@@ -289,25 +307,9 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
                                                                       const std::string& folder,
                                                                       int64_t minimumFileSize) {
     // The tree is never built: the entries are read straight off the file.
-    const std::string file = fileURL(locationPath, folder, true);
-    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    struct stat st;
-    if (::fstat(fd, &st) != 0 || st.st_size <= 0) {
-        ::close(fd);
-        return std::nullopt;
-    }
-    const auto size = static_cast<size_t>(st.st_size);
-    void* mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-    ::close(fd);
-    if (mapped == MAP_FAILED) return std::nullopt;
-    struct Unmap {
-        void* at;
-        size_t size;
-        ~Unmap() { ::munmap(at, size); }
-    } unmap{mapped, size};
-
-    auto reader = BinaryReader::open(std::string_view(static_cast<const char*>(mapped), size));
+    MappedFile mapped(fileURL(locationPath, folder, true));
+    if (!mapped) return std::nullopt;
+    auto reader = BinaryReader::open(mapped.bytes());
     if (!reader) return std::nullopt;
     auto top = reader->dict(reader->top());
     if (!top) return std::nullopt;
