@@ -1,19 +1,370 @@
 #include "DeletionLog.h"
 
+#include "MainThread.h"
+#include "Preferences.h"
+#include "explain/AppCatalog.h"
+#include "format/Formatters.h"
+#include "json/Json.h"
+#include "json/JsonWriter.h"
+#include "platform/Platform.h"
+#include "removal/RemoveItem.h"
+#include "tree/FileNode.h"
+#include "util/FileURL.h"
+
+#include <QTimer>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace brenvo {
 
 namespace {
+
 QPointer<DeletionLog> activeLog;
+
+bool exists(const std::string& path) {
+    struct stat st;
+    return ::lstat(path.c_str(), &st) == 0;
 }
 
-DeletionLog::DeletionLog(QObject* parent) : QObject(parent) { activeLog = this; }
+std::string quotedName(const std::string& name) { return "\u201c" + name + "\u201d"; }
+
+std::string uuidText(const QUuid& id) { return id.toString(QUuid::WithoutBraces).toUpper().toStdString(); }
+
+// Written beside the target and renamed over it, so a reader finds the old file or the new one, never half.
+void writeAtomically(const std::string& path, const std::string& text) {
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    const std::string temporary = path + ".tmp-" + std::to_string(::getpid());
+    std::FILE* out = std::fopen(temporary.c_str(), "wb");
+    if (!out) return;
+    const bool written = std::fwrite(text.data(), 1, text.size(), out) == text.size();
+    const bool flushed = std::fflush(out) == 0 && ::fsync(::fileno(out)) == 0;
+    if (std::fclose(out) != 0 || !written || !flushed || std::rename(temporary.c_str(), path.c_str()) != 0)
+        std::remove(temporary.c_str());
+}
+
+std::optional<JsonValue> readJson(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::stringstream text;
+    text << in.rdbuf();
+    return parseJson(text.str());
+}
+
+std::string encode(const std::vector<DeletionLog::Target>& targets) {
+    std::string text;
+    JsonWriter out(text);
+    out.beginArray();
+    for (const auto& t : targets) {
+        out.beginObject();
+        out.field("url", fileURL(t.path, t.isDirectory));
+        out.field("name", t.name);
+        out.field("size", t.size);
+        out.endObject();
+    }
+    out.endArray();
+    out.finish();
+    return text;
+}
+
+// All three keys are required of every entry; anything else makes the whole file count as empty.
+std::vector<DeletionLog::Target> decodeTargets(const std::optional<JsonValue>& json) {
+    std::vector<DeletionLog::Target> targets;
+    if (!json || !json->isArray()) return {};
+    for (const JsonValue& entry : json->asArray()) {
+        const JsonValue* url = entry.find("url");
+        const JsonValue* name = entry.find("name");
+        const JsonValue* size = entry.find("size");
+        if (!url || !url->isString() || !name || !name->isString() || !size || !size->isInt64()) return {};
+        auto path = pathFromFileURL(url->asString());
+        if (!path) return {};
+        targets.push_back({*path, name->asString(), size->asInt64(), url->asString().ends_with("/")});
+    }
+    return targets;
+}
+
+std::vector<DeletionLog::DeletedItem> decodeItems(const std::optional<JsonValue>& json) {
+    std::vector<DeletionLog::DeletedItem> items;
+    if (!json || !json->isArray()) return {};
+    for (const JsonValue& entry : json->asArray()) {
+        const JsonValue* id = entry.find("id");
+        const JsonValue* name = entry.find("name");
+        const JsonValue* path = entry.find("originalPath");
+        const JsonValue* size = entry.find("size");
+        const JsonValue* date = entry.find("date");
+        if (!id || !id->isString() || !name || !name->isString() || !path || !path->isString() || !size ||
+            !size->isInt64() || !date || !date->isNumber())
+            return {};
+        QUuid uuid = QUuid::fromString(QString::fromStdString(id->asString()));
+        if (uuid.isNull()) return {};
+        items.push_back({uuid, name->asString(), path->asString(), size->asInt64(), Date{date->asDouble()}});
+    }
+    return items;
+}
+
+} // namespace
+
+std::string DeletionLog::defaultFile() {
+    if (platform::isDemo())
+        return "/tmp/brenvo-demo-" + std::to_string(::getpid()) + "/deleted.json";
+    return joinPath(platform::stateFolder(), "deleted.json");
+}
+
+DeletionLog::DeletionLog(std::string file, QObject* parent) : QObject(parent), file_(std::move(file)) {
+    items_ = decodeItems(readJson(file_));
+    for (auto& target : decodeTargets(readJson(unfinishedFile())))
+        if (exists(target.path)) unfinished_.push_back(std::move(target));
+    activeLog = this;
+    saveUnfinished();
+}
 
 DeletionLog::~DeletionLog() = default;
 
 DeletionLog* DeletionLog::active() { return activeLog.data(); }
 
+double DeletionLog::windowSeconds() { return Preferences::undoSeconds(); }
+
+std::string DeletionLog::unfinishedFile() const {
+    return joinPath(std::filesystem::path(file_).parent_path().string(), "unfinished-deletions.json");
+}
+
+DeletionLog::Phase DeletionLog::phase() const {
+    if (pending_) return Phase::waiting;
+    if (deletingCount_ > 0) return Phase::deleting;
+    if (recentlyDone_) return Phase::done;
+    return Phase::idle;
+}
+
+void DeletionLog::schedule(std::vector<Target> targets, double window, Verify verify, std::function<void()> undo,
+                           Finish finish) {
+    std::optional<Pending> previous = takePending(); // a second delete ends the first window: it is carried out
+    Pending plan{QUuid::createUuid(), std::move(targets), Date{Date::now().seconds + window}, std::move(undo),
+                 std::move(finish), std::move(verify)};
+    const QUuid id = plan.id;
+    pending_ = std::move(plan);
+    saveUnfinished(); // the targets are on disk before anything else can go wrong
+    timer_ = new QTimer(this);
+    timer_->setSingleShot(true);
+    timer_->setTimerType(Qt::PreciseTimer);
+    connect(timer_, &QTimer::timeout, this, [this, id] {
+        if (!pending_ || pending_->id != id) return; // a stale timer never takes a newer plan
+        if (auto due = takePending()) perform(std::move(*due));
+    });
+    timer_->start(static_cast<int>(window * 1000));
+    emit changed();
+    if (previous) perform(std::move(*previous));
+}
+
+std::optional<DeletionLog::Pending> DeletionLog::takePending() {
+    if (!pending_) return std::nullopt;
+    if (timer_) {
+        timer_->stop();
+        timer_->deleteLater();
+        timer_ = nullptr;
+    }
+    std::optional<Pending> plan = std::move(pending_);
+    pending_.reset();
+    saveUnfinished();
+    emit changed();
+    return plan;
+}
+
+void DeletionLog::undoPending() {
+    auto plan = takePending();
+    if (!plan) return;
+    if (plan->undo) plan->undo();
+    if (onUndo) onUndo(plan->targets);
+}
+
+void DeletionLog::deleteNow() {
+    if (auto plan = takePending()) perform(std::move(*plan));
+}
+
+void DeletionLog::perform(Pending plan) {
+    std::vector<Target> verified = plan.verify ? plan.verify(plan.targets) : plan.targets;
+    std::vector<std::string> skipped;
+    for (const Target& t : plan.targets)
+        if (std::find(verified.begin(), verified.end(), t) == verified.end())
+            skipped.push_back(quotedName(t.name) + ": skipped because it's no longer safe to delete (for example, its "
+                                                   "app is open).");
+    ++deletingCount_;
+    inFlight_.insert(inFlight_.end(), verified.begin(), verified.end());
+    saveUnfinished();
+    emit changed();
+    QPointer<DeletionLog> self(this);
+    remove(verified, [self, plan = std::move(plan), verified, skipped](const std::set<std::string>& deleted,
+                                                                        const std::vector<std::string>& failures) {
+        if (!self) return;
+        DeletionLog& log = *self;
+        std::erase_if(log.inFlight_, [&](const Target& t) {
+            return std::find(verified.begin(), verified.end(), t) != verified.end();
+        });
+        log.saveUnfinished();
+        --log.deletingCount_;
+        std::vector<std::string> messages = failures;
+        messages.insert(messages.end(), skipped.begin(), skipped.end());
+        if (plan.finish) plan.finish(deleted, messages);
+        Done done{plan.id, static_cast<int>(deleted.size()), 0};
+        for (const Target& t : verified)
+            if (deleted.contains(t.path)) done.size += t.size;
+        log.recentlyDone_ = done;
+        emit log.changed();
+        QTimer::singleShot(3000, &log, [self, id = plan.id] {
+            if (self && self->recentlyDone_ && self->recentlyDone_->id == id) {
+                self->recentlyDone_.reset();
+                emit self->changed();
+            }
+        });
+    });
+}
+
+struct DeletionLog::Run {
+    std::vector<Target> targets;
+    size_t next = 0;
+    std::set<std::string> deleted;
+    std::vector<std::string> failures;
+    Finish done;
+};
+
+void DeletionLog::remove(std::vector<Target> targets, Finish done) {
+    removeNext(std::make_shared<Run>(Run{std::move(targets), 0, {}, {}, std::move(done)}));
+}
+
+// One item after another off the main thread; the main thread stays free between them.
+void DeletionLog::removeNext(std::shared_ptr<Run> run) {
+    if (run->next >= run->targets.size()) {
+        run->done(run->deleted, run->failures);
+        return;
+    }
+    const Target target = run->targets[run->next++];
+    if (platform::isDemo()) {
+        // Nothing on disk is touched in demonstration mode.
+        record(target);
+        run->deleted.insert(target.path);
+        QTimer::singleShot(run->next == 1 ? 800 : 0, this, [this, run] { removeNext(run); });
+        return;
+    }
+    QPointer<DeletionLog> self(this);
+    tasks_.start([self, run, target](std::stop_token) {
+        RemovalResult result = removeItem(target.path);
+        postToMain(self, [run, target, result](DeletionLog& log) {
+            if (result.ok) {
+                log.record(target);
+                run->deleted.insert(target.path);
+                std::erase(log.inFlight_, target);
+            } else {
+                run->failures.push_back(quotedName(target.name) + ": " + result.message);
+            }
+            log.removeNext(run);
+        });
+    });
+}
+
+void DeletionLog::record(const Target& target) {
+    items_.insert(items_.begin(), DeletedItem{QUuid::createUuid(), target.name, target.path, target.size, Date::now()});
+    save(); // once per item: a crash after any item leaves the record true up to it
+    emit changed();
+}
+
+void DeletionLog::finishUnfinished(Finish done) {
+    std::vector<Target> existing;
+    for (const Target& t : unfinished_)
+        if (exists(t.path)) existing.push_back(t);
+    // An application that is open is left alone.
+    std::vector<Target> toDelete, running;
+    auto apps = platform::appSystem();
+    for (const Target& t : existing) {
+        bool open = false;
+        if (t.path.ends_with(".app") && apps) {
+            auto id = AppCatalog::readBundle(t.path).bundleID;
+            open = id && apps->runningName(*id).has_value();
+        }
+        (open ? running : toDelete).push_back(t);
+    }
+    unfinished_.clear();
+    emit changed();
+    QPointer<DeletionLog> self(this);
+    remove(toDelete, [self, running, done](const std::set<std::string>& deleted, const std::vector<std::string>& failures) {
+        if (!self) return;
+        self->saveUnfinished();
+        std::vector<std::string> messages = failures;
+        for (const Target& t : running)
+            messages.push_back(quotedName(t.name) + ": skipped because it's open. Quit it and delete it again.");
+        if (done) done(deleted, messages);
+    });
+}
+
+void DeletionLog::keepUnfinished() {
+    unfinished_.clear();
+    saveUnfinished();
+    emit changed();
+}
+
 void DeletionLog::commitBeforeQuitting() {
-    // Nothing can be pending before deleting exists.
+    std::vector<Target> targets;
+    if (auto plan = takePending()) targets = plan->verify ? plan->verify(plan->targets) : plan->targets;
+    inFlight_.insert(inFlight_.end(), targets.begin(), targets.end());
+    std::set<std::string> known;
+    for (const auto& item : items_) known.insert(item.originalPath);
+    for (const Target& t : inFlight_) {
+        if (!platform::isDemo()) removeItem(t.path);
+        if (exists(t.path) || known.contains(t.path)) continue;
+        record(t);
+        known.insert(t.path);
+    }
+    // inFlight is left as it is: the file lists every target of this quit, and the next start keeps only those
+    // that are still there.
+    saveUnfinished();
+}
+
+void DeletionLog::clearRecord() {
+    items_.clear();
+    save();
+    emit changed();
+}
+
+void DeletionLog::save() {
+    std::string text;
+    {
+        JsonWriter out(text);
+        out.beginArray();
+        for (const auto& item : items_) {
+            out.beginObject();
+            out.field("id", uuidText(item.id));
+            out.field("name", item.name);
+            out.field("originalPath", item.originalPath);
+            out.field("size", item.size);
+            out.field("date", item.date.seconds);
+            out.endObject();
+        }
+        out.endArray();
+        out.finish();
+    }
+    writeAtomically(file_, text);
+}
+
+void DeletionLog::saveUnfinished() {
+    std::vector<Target> listed;
+    if (pending_) listed = pending_->targets;
+    listed.insert(listed.end(), inFlight_.begin(), inFlight_.end());
+    listed.insert(listed.end(), unfinished_.begin(), unfinished_.end());
+    if (listed.empty()) {
+        std::remove(unfinishedFile().c_str());
+        return;
+    }
+    writeAtomically(unfinishedFile(), encode(listed));
+}
+
+QString deletionPromise(int64_t size) {
+    const auto seconds = static_cast<long long>(DeletionLog::windowSeconds());
+    return QStringLiteral("%1 will be freed. Items are deleted for good, not moved to the Trash, but you'll have %2 "
+                          "seconds to undo.")
+        .arg(QString::fromStdString(format::bytes(size)))
+        .arg(seconds);
 }
 
 } // namespace brenvo

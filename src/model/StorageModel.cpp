@@ -26,7 +26,7 @@ QString say(const char* text) { return QString::fromStdString(platform::profile(
 } // namespace
 
 StorageModel::StorageModel(QObject* parent)
-    : QObject(parent), deletions_(new DeletionLog(this)), catalog_(AppCatalog::empty()) {
+    : QObject(parent), deletions_(new DeletionLog(DeletionLog::defaultFile(), this)), catalog_(AppCatalog::empty()) {
     hasFullDiskAccess_ = checkFullDiskAccess();
     snapshotSource_ = [](const std::string& locationPath) -> std::optional<Remembered> {
         auto snapshot = ScanCache::readSnapshot(ScanCache::fileURL(locationPath, scansFolder(), false));
@@ -421,7 +421,8 @@ void StorageModel::applyReplacing(NodeRef fresh, FileNode* old) {
 }
 
 void StorageModel::hidePendingDeletions(FileNode& tree) {
-    for (const auto& target : deletions_->pending()) {
+    if (!deletions_->pending()) return;
+    for (const auto& target : deletions_->pending()->targets) {
         FileNode* node = tree.find(target.path);
         if (node && node->parent()) {
             node->removeFromParent();
@@ -735,6 +736,106 @@ ExplainContext StorageModel::explainContext(std::shared_ptr<const AppCatalog> ca
 
 Explanation StorageModel::explain(const FileNode& node) const {
     return Explainer::explain(node, root_.get(), explainContext(catalog_));
+}
+
+namespace {
+bool isProtected(const Explanation& e) { return e.safety == Explanation::Safety::protected_; }
+} // namespace
+
+void StorageModel::requestDelete(const std::vector<FileNode*>& nodes) {
+    std::vector<NodeRef> allowed;
+    for (FileNode* node : nodes)
+        if (!isProtected(explain(*node))) allowed.emplace_back(node);
+    pendingDeleteSkipped_ = static_cast<int>(nodes.size() - allowed.size());
+    pendingDelete_ = std::move(allowed);
+    emit pendingDeleteChanged();
+}
+
+void StorageModel::cancelDelete() {
+    pendingDelete_.clear();
+    emit pendingDeleteChanged();
+}
+
+void StorageModel::confirmDelete() {
+    std::vector<NodeRef> nodes = std::move(pendingDelete_);
+    pendingDelete_.clear();
+    emit pendingDeleteChanged();
+    if (nodes.empty()) return;
+    NodeRef scanRootAtStart = root_;
+    // The space shows as freed at once, though nothing on disk is touched until the window ends.
+    auto pairs = std::make_shared<std::vector<std::pair<NodeRef, NodeRef>>>();
+    std::vector<DeletionLog::Target> targets;
+    QSet<quint64> selection = selection_;
+    for (const NodeRef& node : nodes) {
+        targets.push_back({node->path(), std::string(node->name()), node->size(), node->kind() != FileNode::Kind::file});
+        if (FileNode* parent = node->parent()) {
+            pairs->emplace_back(node, NodeRef(parent));
+            selection.remove(node->id());
+            node->removeFromParent();
+        }
+    }
+    setSelection(std::move(selection));
+    bumpRevision();
+
+    QPointer<StorageModel> self(this);
+    auto undo = [self, pairs, scanRootAtStart] {
+        if (!self) return;
+        if (self->root_ == scanRootAtStart)
+            for (auto& [node, parent] : *pairs) node->reinsert(parent.get());
+        self->bumpRevision();
+    };
+    auto finish = [self, pairs, scanRootAtStart](const std::set<std::string>& deleted,
+                                                 const std::vector<std::string>& failures) {
+        if (!self) return;
+        StorageModel& model = *self;
+        for (const std::string& path : deleted) model.hiddenWhilePending_.erase(path);
+        if (model.root_ == scanRootAtStart) {
+            for (auto& [node, parent] : *pairs)
+                if (!deleted.contains(node->path())) node->reinsert(parent.get());
+        } else if (!failures.empty() && model.location_) {
+            model.scan(*model.location_);
+        }
+        model.bumpRevision();
+        model.saveCache();
+        if (!failures.empty()) {
+            std::string message = "Some items couldn't be deleted, so they're still there.";
+            for (const std::string& failure : failures) message += "\n" + failure;
+            model.setErrorMessage(QString::fromStdString(message));
+        }
+    };
+    deletions_->schedule(std::move(targets), DeletionLog::windowSeconds(), nullptr, std::move(undo), std::move(finish));
+}
+
+std::optional<std::string> StorageModel::collectBlockReason(const std::string& path, bool isFolder) const {
+    FileNode* node = root_ ? root_->find(path) : nullptr;
+    NodeRef standIn;
+    if (!node) {
+        standIn = FileNode::make(isFolder ? FileNode::Kind::folder : FileNode::Kind::file, lastPathComponent(path));
+        standIn->setLocation(path);
+        node = standIn.get();
+    }
+    Explanation e = explain(*node);
+    if (!isProtected(e)) return std::nullopt;
+    return e.safetyNote.value_or("It's protected.");
+}
+
+bool StorageModel::stillCollectable(const std::string& path) const {
+    fs::EntryValues values;
+    if (!platform::isDemo() && fs::statPath(path, values) != 0) return false;
+    return !collectBlockReason(path, false).has_value();
+}
+
+void StorageModel::finishUnfinishedDeletions() {
+    QPointer<StorageModel> self(this);
+    deletions_->finishUnfinished([self](const std::set<std::string>& deleted, const std::vector<std::string>& failures) {
+        if (!self) return;
+        self->forget(std::vector<std::string>(deleted.begin(), deleted.end()));
+        if (!failures.empty()) {
+            std::string message = "Some items couldn't be deleted.";
+            for (const std::string& failure : failures) message += "\n" + failure;
+            self->setErrorMessage(QString::fromStdString(message));
+        }
+    });
 }
 
 std::optional<InstalledApp> StorageModel::installedApp(const FileNode& node) {

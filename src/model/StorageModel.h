@@ -126,6 +126,18 @@ public:
     void loadLastOpened(const std::vector<FileNode*>& nodes);
     // Takes items out of the tree on show.
     void forget(const std::vector<std::string>& paths);
+    // Deleting. The confirmation shows while `pendingDelete` isn't empty; protected items never get there.
+    void requestDelete(const std::vector<FileNode*>& nodes);
+    void confirmDelete();
+    void cancelDelete();
+    const std::vector<NodeRef>& pendingDelete() const { return pendingDelete_; }
+    int pendingDeleteSkipped() const { return pendingDeleteSkipped_; }
+    // Why an item can't be deleted or collected; nothing when it can.
+    std::optional<std::string> collectBlockReason(const std::string& path, bool isFolder) const;
+    bool stillCollectable(const std::string& path) const;
+    // The answer "Delete" to "Finish deleting?".
+    void finishUnfinishedDeletions();
+
     // What the item is, what could be done about it and whether it may go, in this system's words.
     Explanation explain(const FileNode& node) const;
     // The system's answers the explanations read, around a given catalogue.
@@ -160,6 +172,7 @@ signals:
     void errorMessageChanged();
     void revealed();
     void filtersChanged();
+    void pendingDeleteChanged();
     void previewChanged();
 
 private:
@@ -220,6 +233,8 @@ private:
     std::vector<std::string> previewList_;
     std::map<uint64_t, std::optional<InstalledApp>> appMatches_;
     std::map<uint64_t, std::vector<NodeRef>> lastOpenedRequests_;
+    std::vector<NodeRef> pendingDelete_;
+    int pendingDeleteSkipped_ = 0;
 
     // Nodes being measured anew off the main thread, by request number: only this thread touches them.
     std::map<uint64_t, NodeRef> measuring_;

@@ -28,11 +28,16 @@ FilterBar::FilterBar(StorageModel& model, QWidget* parent) : QWidget(parent), mo
     for (auto filter : StorageModel::sizeFilters())
         size_->addItem(QString::fromLatin1(StorageModel::label(filter)), QVariant::fromValue(static_cast<qint64>(filter)));
     layout->addWidget(size_);
+    for (QComboBox* picker : {kind_, size_}) {
+        picker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+        picker->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    }
     matches_ = new QLabel(this);
     matches_->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(matches_, 1);
     clear_ = new QPushButton(QStringLiteral("Clear"), this);
     layout->addWidget(clear_);
+    layout->addStretch(0);
 
     connect(search_, &QLineEdit::textChanged, this, [this](const QString& text) {
         if (!updating_) model_.setSearchText(toBytes(text));

@@ -7,6 +7,7 @@
 #include "StorageModel.h"
 #include "WelcomeView.h"
 
+#include <QAction>
 #include <QFrame>
 #include <QHeaderView>
 #include <QItemSelectionModel>
@@ -54,6 +55,13 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     addWidget(folder_);
 
     connect(list_, &QTableView::doubleClicked, this, &FolderPage::open);
+    // Deleting starts from the selection: the Delete key, or the list's menu.
+    auto* remove = new QAction(QStringLiteral("Delete\u2026"), list_);
+    remove->setShortcut(QKeySequence::Delete);
+    remove->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    connect(remove, &QAction::triggered, this, [this] { model_.requestDelete(model_.selectedNodes()); });
+    list_->addAction(remove);
+    list_->setContextMenuPolicy(Qt::ActionsContextMenu);
     connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &FolderPage::takeSelection);
     connect(rows_, &QAbstractItemModel::modelReset, this, &FolderPage::showSelection);
     connect(&model_, &StorageModel::selectionChanged, this, &FolderPage::showSelection);

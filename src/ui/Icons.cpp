@@ -45,6 +45,9 @@ enum class Shape {
     ArrowDown,
     ArrowUpRight,
     ArrowDownRight,
+    Trash,
+    CheckCircle,
+    Warning,
 };
 
 struct Symbol {
@@ -81,6 +84,9 @@ const Symbol kSymbols[] = {
     // The theme has no slanted arrows; growth of a folder reads well enough as up and down.
     {"arrow.up.right", "go-up", Shape::ArrowUpRight},
     {"arrow.down.right", "go-down", Shape::ArrowDownRight},
+    {"trash", "user-trash", Shape::Trash},
+    {"checkmark.circle.fill", "emblem-ok", Shape::CheckCircle},
+    {"exclamationmark.triangle", "dialog-warning", Shape::Warning},
 };
 
 const Symbol* findSymbol(const char* name) {
@@ -292,6 +298,22 @@ void drawShape(QPainter& p, Shape shape, QColor ink) {
     case Shape::ArrowDownRight:
         p.drawLine(QPointF(7, 7), QPointF(25, 25));
         p.drawPolyline(QPolygonF({{25, 13}, {25, 25}, {13, 25}}));
+        break;
+    case Shape::Trash:
+        p.drawLine(QPointF(5, 8.5), QPointF(27, 8.5));
+        p.drawPolyline(QPolygonF({{12, 8.5}, {12, 4.5}, {20, 4.5}, {20, 8.5}}));
+        p.drawPolyline(QPolygonF({{7.5, 8.5}, {9, 28.5}, {23, 28.5}, {24.5, 8.5}}));
+        p.drawLine(QPointF(13, 13), QPointF(13.5, 24));
+        p.drawLine(QPointF(19, 13), QPointF(18.5, 24));
+        break;
+    case Shape::CheckCircle:
+        p.drawEllipse(QPointF(16, 16), 12.5, 12.5);
+        p.drawPolyline(QPolygonF({{10, 16.5}, {14.5, 21}, {22.5, 11.5}}));
+        break;
+    case Shape::Warning:
+        p.drawPolygon(QPolygonF({{16, 4}, {29, 27.5}, {3, 27.5}}));
+        p.drawLine(QPointF(16, 12), QPointF(16, 20));
+        dot(QPointF(16, 23.8), 1.4);
         break;
     case Shape::Generic:
         p.drawRoundedRect(QRectF(5.5, 5.5, 21, 21), 5, 5);

@@ -2,14 +2,21 @@
 
 #include "FolderPage.h"
 #include "Icons.h"
+#include "RecentlyDeletedView.h"
 #include "Sidebar.h"
+#include "UndoBanner.h"
+#include "Words.h"
+#include "format/Formatters.h"
 #include "StorageModel.h"
 #include "Text.h"
 
 #include <QAction>
 #include <QLabel>
 #include <QMessageBox>
+#include <QPushButton>
+#include <QShortcut>
 #include <QSplitter>
+#include <QTimer>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QVBoxLayout>
@@ -34,7 +41,7 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     folderPage_ = new FolderPage(model_, detail_);
     overviewPage_ = placeholder(QStringLiteral("Overview"));
     duplicatesPage_ = placeholder(QStringLiteral("Duplicates"));
-    recentlyDeletedPage_ = placeholder(QStringLiteral("Recently Deleted"));
+    recentlyDeletedPage_ = new RecentlyDeletedView(model_.deletions(), detail_);
     detail_->addWidget(folderPage_);
     detail_->addWidget(overviewPage_);
     detail_->addWidget(duplicatesPage_);
@@ -45,6 +52,16 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     split->setSizes({220, 980});
     split->setChildrenCollapsible(false);
     setCentralWidget(split);
+    banner_ = new UndoBanner(model_.deletions(), detail_);
+    banner_->raise();
+
+    // Ctrl+Z takes back a deletion still inside its undo window.
+    auto* undo = new QShortcut(QKeySequence::Undo, this);
+    connect(undo, &QShortcut::activated, &model_.deletions(), &DeletionLog::undoPending);
+    connect(&model_, &StorageModel::pendingDeleteChanged, this, &MainWindow::confirmDeletion);
+    connect(&model_.deletions(), &DeletionLog::changed, this, &MainWindow::offerToFinishDeleting);
+    connect(&model_, &StorageModel::errorMessageChanged, this, &MainWindow::offerToFinishDeleting);
+    QTimer::singleShot(0, this, &MainWindow::offerToFinishDeleting);
 
     // The one place where a scan starts from a change of location.
     connect(&model_, &StorageModel::locationChanged, this, [this] {
@@ -78,6 +95,66 @@ QWidget* MainWindow::placeholder(const QString& title) {
 }
 
 QMessageBox* MainWindow::errorAlert() const { return errorAlert_.data(); }
+QMessageBox* MainWindow::deleteConfirmation() const { return confirmation_.data(); }
+QMessageBox* MainWindow::finishDeletingAlert() const { return finishDeleting_.data(); }
+
+void MainWindow::confirmDeletion() {
+    const auto& nodes = model_.pendingDelete();
+    if (nodes.empty()) {
+        if (confirmation_) confirmation_->close();
+        return;
+    }
+    int64_t total = 0;
+    for (const auto& node : nodes) total += node->size();
+    const QString title = nodes.size() == 1
+                              ? QStringLiteral("Delete \u201c%1\u201d permanently?").arg(toQString(nodes.front()->name()))
+                              : QStringLiteral("Delete %1 items permanently?").arg(countText(static_cast<int64_t>(nodes.size())));
+    QString message = deletionPromise(total);
+    if (const int skipped = model_.pendingDeleteSkipped(); skipped > 0)
+        message += QStringLiteral("\n\n%1 protected item(s) in your selection will be left where they are.").arg(skipped);
+    if (!confirmation_) {
+        confirmation_ = new QMessageBox(QMessageBox::Warning, QString(), QString(), QMessageBox::NoButton, this);
+        confirmation_->setAttribute(Qt::WA_DeleteOnClose);
+        QPushButton* remove = confirmation_->addButton(QStringLiteral("Delete"), QMessageBox::DestructiveRole);
+        QPushButton* cancel = confirmation_->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
+        confirmation_->setDefaultButton(cancel);
+        connect(remove, &QPushButton::clicked, &model_, &StorageModel::confirmDelete);
+        connect(cancel, &QPushButton::clicked, &model_, &StorageModel::cancelDelete);
+    }
+    confirmation_->setWindowTitle(title);
+    confirmation_->setText(title);
+    confirmation_->setInformativeText(message);
+    confirmation_->open();
+}
+
+// Asks about what an earlier run left undeleted; an error alert goes first and this waits behind it.
+void MainWindow::offerToFinishDeleting() {
+    const auto& unfinished = model_.deletions().unfinished();
+    if (unfinished.empty() || model_.errorMessage()) {
+        if (finishDeleting_ && unfinished.empty()) finishDeleting_->close();
+        return;
+    }
+    if (finishDeleting_) return;
+    std::vector<std::string> names;
+    int64_t total = 0;
+    for (const auto& t : unfinished) {
+        names.push_back("\u201c" + t.name + "\u201d");
+        total += t.size;
+    }
+    const QString text = say("Brenvo was closed before it finished deleting {names} ({size}). They're still on your "
+                             "Mac. Delete them now? This can't be undone.")
+                             .replace(QStringLiteral("{names}"), QString::fromStdString(format::list(names)))
+                             .replace(QStringLiteral("{size}"), sizeText(total));
+    finishDeleting_ = new QMessageBox(QMessageBox::Warning, QStringLiteral("Finish deleting?"), text,
+                                      QMessageBox::NoButton, this);
+    finishDeleting_->setAttribute(Qt::WA_DeleteOnClose);
+    QPushButton* remove = finishDeleting_->addButton(QStringLiteral("Delete"), QMessageBox::DestructiveRole);
+    QPushButton* keep = finishDeleting_->addButton(QStringLiteral("Keep Them"), QMessageBox::RejectRole);
+    finishDeleting_->setDefaultButton(keep);
+    connect(remove, &QPushButton::clicked, &model_, &StorageModel::finishUnfinishedDeletions);
+    connect(keep, &QPushButton::clicked, &model_.deletions(), &DeletionLog::keepUnfinished);
+    finishDeleting_->open();
+}
 
 void MainWindow::showPage() {
     switch (model_.page()) {
@@ -86,6 +163,7 @@ void MainWindow::showPage() {
     case StorageModel::Page::duplicates: detail_->setCurrentWidget(duplicatesPage_); break;
     case StorageModel::Page::recentlyDeleted: detail_->setCurrentWidget(recentlyDeletedPage_); break;
     }
+    if (banner_) banner_->raise(); // it floats over whichever page is on show
 }
 
 void MainWindow::refreshToolbar() {

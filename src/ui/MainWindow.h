@@ -11,6 +11,8 @@ class QStackedWidget;
 namespace brenvo {
 
 class FolderPage;
+class RecentlyDeletedView;
+class UndoBanner;
 class Sidebar;
 class StorageModel;
 
@@ -26,12 +28,18 @@ public:
     QStackedWidget* detail() const { return detail_; }
     QAction* scanAgainAction() const { return scanAgain_; }
     QMessageBox* errorAlert() const;
+    QMessageBox* deleteConfirmation() const;
+    QMessageBox* finishDeletingAlert() const;
+    UndoBanner* undoBanner() const { return banner_; }
+    RecentlyDeletedView* recentlyDeletedView() const { return recentlyDeletedPage_; }
 
 private:
     void showPage();
     void refreshToolbar();
     void refreshTitle();
     void showError();
+    void confirmDeletion();
+    void offerToFinishDeleting();
     QWidget* placeholder(const QString& title);
 
     StorageModel& model_;
@@ -40,9 +48,12 @@ private:
     FolderPage* folderPage_;
     QWidget* overviewPage_;
     QWidget* duplicatesPage_;
-    QWidget* recentlyDeletedPage_;
+    RecentlyDeletedView* recentlyDeletedPage_;
+    UndoBanner* banner_ = nullptr;
     QAction* scanAgain_;
     QPointer<QMessageBox> errorAlert_;
+    QPointer<QMessageBox> confirmation_;
+    QPointer<QMessageBox> finishDeleting_;
 };
 
 } // namespace brenvo

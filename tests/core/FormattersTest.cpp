@@ -71,3 +71,9 @@ TEST_F(EnglishLocale, AbbreviatedDatesHaveNoTime) {
     const Date noonUtc = Date::fromUnix(1'763'726'400); // 2025-11-21 12:00 UTC: the same day in most zones
     EXPECT_EQ(format::abbreviatedDate(noonUtc), "Nov 21, 2025");
 }
+
+TEST_F(EnglishLocale, ListsJoinTheLocalesWay) {
+    EXPECT_EQ(format::list({"\u201ca\u201d"}), "\u201ca\u201d");
+    EXPECT_EQ(format::list({"a", "b"}), "a and b");
+    EXPECT_EQ(format::list({"a", "b", "c"}), "a, b, and c");
+}

@@ -2,6 +2,9 @@
 #include "FileListModel.h"
 #include "FilterBar.h"
 #include "FolderPage.h"
+#include "Preferences.h"
+#include "RecentlyDeletedView.h"
+#include "UndoBanner.h"
 #include "MainWindow.h"
 #include "PathBar.h"
 #include "ScanningView.h"
@@ -12,9 +15,12 @@
 #include "platform/Platform.h"
 
 #include <QComboBox>
+#include <QApplication>
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
+#include <QTreeWidget>
+#include <filesystem>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -54,6 +60,8 @@ struct Shell {
     Shell() {
         window.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&window));
+        QApplication::setActiveWindow(&window); // keyboard shortcuts need an active window
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
     }
     FolderPage* page() { return window.folderPage(); }
 };
@@ -203,4 +211,75 @@ TEST(Shell, SearchingAFolderListsMatchesFromEveryLevel) {
     EXPECT_EQ(bar->searchField()->text(), QString());
     EXPECT_EQ(rows->rowCount(), 2); // the folder's own children again: 2024 and notes.txt
     EXPECT_FALSE(shell.model.isFiltering());
+}
+
+TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
+    test::TempTree tree;
+    tree.file("old-installer.iso", 300000);
+    tree.file("notes.txt", 10);
+    Preferences::setUndoSeconds(30);
+    Shell shell;
+    shell.model.explore(tree.root());
+    ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
+    QTableView* list = shell.page()->list();
+    list->setFocus();
+    list->selectRow(0);
+    QTest::keyClick(list, Qt::Key_Delete);
+    QMessageBox* confirm = shell.window.deleteConfirmation();
+    ASSERT_NE(confirm, nullptr);
+    EXPECT_EQ(confirm->text(), QStringLiteral("Delete \u201cold-installer.iso\u201d permanently?"));
+    EXPECT_TRUE(confirm->informativeText().endsWith(QStringLiteral("you'll have 30 seconds to undo.")))
+        << confirm->informativeText().toStdString();
+    saveScreenshot(*confirm, "delete-confirmation");
+    for (QAbstractButton* b : confirm->buttons())
+        if (b->text() == QStringLiteral("Delete")) b->click();
+    settle(100);
+    UndoBanner* banner = shell.window.undoBanner();
+    ASSERT_TRUE(banner->isVisible());
+    EXPECT_TRUE(banner->title().startsWith(QStringLiteral("\u201cold-installer.iso\u201d deleted \u00b7 ")));
+    EXPECT_TRUE(banner->announcement().endsWith(QStringLiteral("Undo is available for 30 seconds, press Control Z.")));
+    EXPECT_EQ(list->model()->rowCount(), 1);
+    saveScreenshot(shell.window, "undo-banner");
+    QApplication::setActiveWindow(&shell.window); // back from the dialog
+    QTest::keyClick(list, Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(list->model()->rowCount(), 2);
+    EXPECT_FALSE(banner->isVisible());
+
+    // Again, and this time the window runs out.
+    Preferences::setUndoSeconds(0.2);
+    list->selectRow(0);
+    QTest::keyClick(list, Qt::Key_Delete);
+    for (QAbstractButton* b : shell.window.deleteConfirmation()->buttons())
+        if (b->text() == QStringLiteral("Delete")) b->click();
+    ASSERT_TRUE(waitFor([&] { return banner->title().startsWith(QStringLiteral("Freed ")); }));
+    EXPECT_FALSE(std::filesystem::exists(tree.path("old-installer.iso")));
+    shell.model.setPage(StorageModel::Page::recentlyDeleted);
+    RecentlyDeletedView* page = shell.window.recentlyDeletedView();
+    EXPECT_EQ(page->rows()->topLevelItemCount(), 1);
+    EXPECT_TRUE(page->summary()->text().startsWith(QStringLiteral("1 items \u00b7 ")));
+    saveScreenshot(shell.window, "recently-deleted");
+    page->clearButton()->click();
+    EXPECT_TRUE(shell.model.deletions().items().empty());
+    Preferences::setUndoSeconds(8);
+}
+
+TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {
+    test::TempTree tree;
+    tree.file("left-behind.bin", 5000);
+    {
+        // What a run killed inside its undo window leaves: the crash-safety file and the file itself.
+        StorageModel crashed;
+        crashed.deletions().schedule({{tree.path("left-behind.bin"), "left-behind.bin", 5000, false}}, 60, nullptr,
+                                     nullptr, nullptr);
+        // No quit path runs: the model is dropped the way a killed process drops it.
+    }
+    Shell shell;
+    ASSERT_TRUE(waitFor([&] { return shell.window.finishDeletingAlert() && shell.window.finishDeletingAlert()->isVisible(); }));
+    EXPECT_EQ(shell.window.finishDeletingAlert()->text(),
+              QStringLiteral("Brenvo was closed before it finished deleting \u201cleft-behind.bin\u201d (5 KB). They're still "
+                             "on your computer. Delete them now? This can't be undone."));
+    saveScreenshot(*shell.window.finishDeletingAlert(), "finish-deleting");
+    for (QAbstractButton* b : shell.window.finishDeletingAlert()->buttons())
+        if (b->text() == QStringLiteral("Delete")) b->click();
+    ASSERT_TRUE(waitFor([&] { return !std::filesystem::exists(tree.path("left-behind.bin")); }));
 }

@@ -7,6 +7,7 @@
 #include <unicode/locid.h>
 #include <unicode/numberformatter.h>
 #include <unicode/datefmt.h>
+#include <unicode/listformatter.h>
 #include <unicode/reldatefmt.h>
 
 namespace brenvo::format {
@@ -131,6 +132,20 @@ std::string relativeDate(Date when, Date now) {
     icu::UnicodeString text;
     // The named forms ("yesterday", "now") come from format(); it falls back to numbers where none exist.
     formatter.format(amount == 0 ? 0.0 : amount, unit, text, status);
+    std::string out;
+    if (U_SUCCESS(status)) text.toUTF8String(out);
+    return out;
+}
+
+std::string list(const std::vector<std::string>& items) {
+    formatters();
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::ListFormatter> formatter(icu::ListFormatter::createInstance(chosenLocale, status));
+    if (!formatter || U_FAILURE(status)) return {};
+    std::vector<icu::UnicodeString> parts;
+    for (const auto& item : items) parts.push_back(icu::UnicodeString::fromUTF8(item));
+    icu::UnicodeString text;
+    formatter->format(parts.data(), static_cast<int32_t>(parts.size()), text, status);
     std::string out;
     if (U_SUCCESS(status)) text.toUTF8String(out);
     return out;

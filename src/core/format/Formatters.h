@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace brenvo::format {
 
@@ -15,6 +16,8 @@ std::string count(int64_t n);
 // How long ago (or ahead) `when` is from `now`, in the largest whole unit, named where the language has a
 // name for it: "now", "5 minutes ago", "yesterday", "in 2 hours", "last year".
 std::string relativeDate(Date when, Date now);
+// Items joined the way the locale lists them: "a, b, and c".
+std::string list(const std::vector<std::string>& items);
 // A day in the locale's abbreviated style, without the time: "Nov 21, 2026".
 std::string abbreviatedDate(Date when);
 
