@@ -838,6 +838,42 @@ void StorageModel::finishUnfinishedDeletions() {
     });
 }
 
+void StorageModel::openInDefaultApp(FileNode& node) {
+    if (node.isAggregate()) {
+        emit revealRequested(node.path());
+        return;
+    }
+    if (auto app = installedApp(node)) {
+        installerChoice_ = InstallerChoice{NodeRef(&node), *app};
+        emit installerChoiceChanged();
+        return;
+    }
+    emit openRequested(node.path());
+}
+
+void StorageModel::clearInstallerChoice() {
+    installerChoice_.reset();
+    emit installerChoiceChanged();
+}
+
+bool StorageModel::InstallerChoice::installerIsNewer() const {
+    auto parsed = AppCatalog::parseInstallerName(installer->name(), platform::profile().extraNoiseWords);
+    return parsed.version && app.version &&
+           AppCatalog::compareVersions(*parsed.version, *app.version) == std::strong_ordering::greater;
+}
+
+std::string StorageModel::InstallerChoice::message() const {
+    const Profile& profile = platform::profile();
+    const std::string base =
+        app.version ? profile.say("Version " + *app.version + " is in your Applications folder.")
+                    : profile.say("It's in your Applications folder.");
+    auto parsed = AppCatalog::parseInstallerName(installer->name(), profile.extraNoiseWords);
+    if (!parsed.version) return base + " Do you want to open it, or run this installer anyway?";
+    if (installerIsNewer())
+        return base + " This installer has a newer version (" + *parsed.version + "), so you can install it to update.";
+    return base + " This installer is version " + *parsed.version + ", so installing it won't give you anything newer.";
+}
+
 std::optional<InstalledApp> StorageModel::installedApp(const FileNode& node) {
     if (auto memo = appMatches_.find(node.id()); memo != appMatches_.end()) return memo->second;
     std::optional<InstalledApp> app;

@@ -138,6 +138,19 @@ public:
     // The answer "Delete" to "Finish deleting?".
     void finishUnfinishedDeletions();
 
+    // Opening an item: a group of small files shows its folder; an installer for an application that is
+    // already installed asks first (`installerChoice`); anything else opens in its application. The
+    // screens carry the request out.
+    struct InstallerChoice {
+        NodeRef installer;
+        InstalledApp app;
+        std::string message() const;
+        bool installerIsNewer() const;
+    };
+    void openInDefaultApp(FileNode& node);
+    const std::optional<InstallerChoice>& installerChoice() const { return installerChoice_; }
+    void clearInstallerChoice();
+
     // What the item is, what could be done about it and whether it may go, in this system's words.
     Explanation explain(const FileNode& node) const;
     // The system's answers the explanations read, around a given catalogue.
@@ -173,6 +186,9 @@ signals:
     void revealed();
     void filtersChanged();
     void pendingDeleteChanged();
+    void installerChoiceChanged();
+    void openRequested(const std::string& path);
+    void revealRequested(const std::string& path);
     void previewChanged();
 
 private:
@@ -235,6 +251,7 @@ private:
     std::map<uint64_t, std::vector<NodeRef>> lastOpenedRequests_;
     std::vector<NodeRef> pendingDelete_;
     int pendingDeleteSkipped_ = 0;
+    std::optional<InstallerChoice> installerChoice_;
 
     // Nodes being measured anew off the main thread, by request number: only this thread touches them.
     std::map<uint64_t, NodeRef> measuring_;

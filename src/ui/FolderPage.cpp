@@ -79,10 +79,14 @@ void FolderPage::choose() {
         setCurrentWidget(folder_);
 }
 
-// A folder opens in place; other items get their actions with the inspector.
+// A folder opens in place; anything else opens in its application.
 void FolderPage::open(const QModelIndex& index) {
     FileNode* item = rows_->node(index.row());
-    if (!item || !item->isFolder()) return;
+    if (!item) return;
+    if (!item->isFolder()) {
+        model_.openInDefaultApp(*item);
+        return;
+    }
     model_.setCurrent(item);
     model_.setSelection({});
 }

@@ -13,7 +13,10 @@
 #include <QAction>
 #include <QLabel>
 #include <QMessageBox>
+#include <QDesktopServices>
+#include <QProcess>
 #include <QPushButton>
+#include <QUrl>
 #include <QShortcut>
 #include <QSplitter>
 #include <QTimer>
@@ -22,6 +25,19 @@
 #include <QVBoxLayout>
 
 namespace brenvo {
+
+namespace {
+
+// Opens a file or folder with what the desktop uses for it; an installed application's desktop entry is
+// launched rather than opened as a text file.
+void openPath(const std::string& path) {
+    if (path.ends_with(".desktop") &&
+        QProcess::startDetached(QStringLiteral("gio"), {QStringLiteral("launch"), toQString(path)}))
+        return;
+    QDesktopServices::openUrl(QUrl::fromLocalFile(toQString(path)));
+}
+
+} // namespace
 
 MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(parent), model_(model) {
     setWindowTitle(QStringLiteral("Brenvo"));
@@ -62,6 +78,9 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     connect(&model_.deletions(), &DeletionLog::changed, this, &MainWindow::offerToFinishDeleting);
     connect(&model_, &StorageModel::errorMessageChanged, this, &MainWindow::offerToFinishDeleting);
     QTimer::singleShot(0, this, &MainWindow::offerToFinishDeleting);
+    connect(&model_, &StorageModel::installerChoiceChanged, this, &MainWindow::askAboutInstaller);
+    connect(&model_, &StorageModel::openRequested, this, [](const std::string& path) { openPath(path); });
+    connect(&model_, &StorageModel::revealRequested, this, [](const std::string& path) { openPath(path); });
 
     // The one place where a scan starts from a change of location.
     connect(&model_, &StorageModel::locationChanged, this, [this] {
@@ -95,6 +114,38 @@ QWidget* MainWindow::placeholder(const QString& title) {
 }
 
 QMessageBox* MainWindow::errorAlert() const { return errorAlert_.data(); }
+
+QMessageBox* MainWindow::installerAlert() const { return installer_.data(); }
+
+void MainWindow::askAboutInstaller() {
+    const auto& choice = model_.installerChoice();
+    if (!choice) {
+        if (installer_) installer_->close();
+        return;
+    }
+    const QString app = toQString(choice->app.name);
+    if (!installer_) {
+        installer_ = new QMessageBox(QMessageBox::Question, QString(), QString(), QMessageBox::NoButton, this);
+        installer_->setAttribute(Qt::WA_DeleteOnClose);
+        connect(installer_, &QMessageBox::finished, &model_, &StorageModel::clearInstallerChoice);
+    } else {
+        for (QAbstractButton* button : installer_->buttons()) installer_->removeButton(button);
+    }
+    installer_->setWindowTitle(QStringLiteral("%1 is already installed").arg(app));
+    installer_->setText(installer_->windowTitle());
+    installer_->setInformativeText(QString::fromStdString(choice->message()));
+    QPushButton* open = installer_->addButton(QStringLiteral("Open %1").arg(app), QMessageBox::AcceptRole);
+    QPushButton* install = installer_->addButton(
+        choice->installerIsNewer() ? QStringLiteral("Install Update") : QStringLiteral("Install Anyway"),
+        QMessageBox::ActionRole);
+    installer_->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
+    const std::string appPath = choice->app.path;
+    const std::string installerPath = choice->installer->path();
+    connect(open, &QPushButton::clicked, this, [appPath] { openPath(appPath); });
+    connect(install, &QPushButton::clicked, this, [installerPath] { openPath(installerPath); });
+    installer_->open();
+}
+
 QMessageBox* MainWindow::deleteConfirmation() const { return confirmation_.data(); }
 QMessageBox* MainWindow::finishDeletingAlert() const { return finishDeleting_.data(); }
 

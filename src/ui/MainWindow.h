@@ -30,6 +30,7 @@ public:
     QMessageBox* errorAlert() const;
     QMessageBox* deleteConfirmation() const;
     QMessageBox* finishDeletingAlert() const;
+    QMessageBox* installerAlert() const;
     UndoBanner* undoBanner() const { return banner_; }
     RecentlyDeletedView* recentlyDeletedView() const { return recentlyDeletedPage_; }
 
@@ -40,6 +41,7 @@ private:
     void showError();
     void confirmDeletion();
     void offerToFinishDeleting();
+    void askAboutInstaller();
     QWidget* placeholder(const QString& title);
 
     StorageModel& model_;
@@ -54,6 +56,7 @@ private:
     QPointer<QMessageBox> errorAlert_;
     QPointer<QMessageBox> confirmation_;
     QPointer<QMessageBox> finishDeleting_;
+    QPointer<QMessageBox> installer_;
 };
 
 } // namespace brenvo

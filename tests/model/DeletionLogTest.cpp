@@ -4,7 +4,9 @@
 #include "EventLoop.h"
 #include "TempTree.h"
 #include "json/Json.h"
+#include "platform/Platform.h"
 
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -236,4 +238,32 @@ TEST(DeleteFlow, ARescanInsideTheWindowStillHidesWhatIsGoing) {
     ASSERT_TRUE(d.idle());
     EXPECT_NE(model.root()->find(tree.path("going.bin")), nullptr);
     Preferences::setUndoSeconds(8);
+}
+
+TEST(DeleteFlow, OpeningAnInstallerForAnInstalledAppAsksFirst) {
+    const std::string home = platform::profile().home;
+    std::filesystem::create_directories(home + "/.local/share/applications");
+    std::ofstream(home + "/.local/share/applications/org.mozilla.firefox.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Firefox\nExec=firefox %u\n";
+    TempTree tree;
+    tree.file("Firefox 121.0.deb", 10);
+    tree.file("Thing 2.0.deb", 10);
+    tree.file("notes.txt", 10);
+    test::Driven d;
+    ASSERT_TRUE(d.open(tree.root()));
+    StorageModel& model = d.model;
+    std::vector<std::string> opened;
+    QObject::connect(&model, &StorageModel::openRequested, &model, [&](const std::string& p) { opened.push_back(p); });
+
+    model.openInDefaultApp(*model.root()->find(tree.path("Firefox 121.0.deb")));
+    ASSERT_TRUE(model.installerChoice().has_value());
+    EXPECT_EQ(model.installerChoice()->app.name, "Firefox");
+    EXPECT_FALSE(model.installerChoice()->installerIsNewer()); // the app has no version to compare with
+    EXPECT_EQ(model.installerChoice()->message(), "It's installed on this computer. This installer is version 121.0, so "
+                                                  "installing it won't give you anything newer.");
+    model.clearInstallerChoice();
+    model.openInDefaultApp(*model.root()->find(tree.path("Thing 2.0.deb")));
+    model.openInDefaultApp(*model.root()->find(tree.path("notes.txt")));
+    EXPECT_FALSE(model.installerChoice());
+    EXPECT_EQ(opened, (std::vector<std::string>{tree.path("Thing 2.0.deb"), tree.path("notes.txt")}));
 }

@@ -1,3 +1,4 @@
+#include "AppDelegate.h"
 #include "EventLoop.h"
 #include "FileListModel.h"
 #include "FilterBar.h"
@@ -282,4 +283,16 @@ TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {
     for (QAbstractButton* b : shell.window.finishDeletingAlert()->buttons())
         if (b->text() == QStringLiteral("Delete")) b->click();
     ASSERT_TRUE(waitFor([&] { return !std::filesystem::exists(tree.path("left-behind.bin")); }));
+}
+
+TEST(Shell, QuittingInsideAnUndoWindowCarriesTheDeletionThrough) {
+    test::TempTree tree;
+    tree.file("going/x.bin", 5000);
+    StorageModel model;
+    AppDelegate delegate;
+    model.deletions().schedule({{tree.path("going"), "going", 5000, true}}, 60, nullptr, nullptr, nullptr);
+    delegate.applicationWillTerminate(); // what Quit, the last window closing and SIGTERM all end in
+    EXPECT_FALSE(std::filesystem::exists(tree.path("going")));
+    ASSERT_FALSE(model.deletions().items().empty());
+    EXPECT_EQ(model.deletions().items().front().originalPath, tree.path("going"));
 }

@@ -79,6 +79,8 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
         {"Ask from Finder", "Ask from your file manager"},
         {"Open the Trash in Finder", "Open the Trash in your file manager"},
         {"which is already installed in your Applications folder", "which is already installed on this computer"},
+        {"It's in your Applications folder.", "It's installed on this computer."},
+        {"is in your Applications folder.", "is installed on this computer."},
         {"in Finder", "in your file manager"},
         {"from Finder", "from your file manager"},
         {"on a Mac", "on a computer"},
