@@ -12,6 +12,7 @@
 #include "util/FileURL.h"
 
 #include <QTimer>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -257,7 +258,9 @@ void DeletionLog::removeNext(std::shared_ptr<Run> run) {
                 run->deleted.insert(target.path);
                 std::erase(log.inFlight_, target);
             } else {
-                run->failures.push_back(quotedName(target.name) + ": " + result.message);
+                // Another disk inside, or an item swapped meanwhile: the removal's words already name it.
+                const bool named = result.error == EXDEV || result.error == EAGAIN;
+                run->failures.push_back(named ? result.message : quotedName(target.name) + ": " + result.message);
             }
             log.removeNext(run);
         });

@@ -60,7 +60,8 @@ TEST_F(RemoveItem, RemovesFilesAndWholeTrees) {
 
 TEST_F(RemoveItem, PathsNamingNothingRemovableAreRefusedUntouched) {
     EXPECT_EQ(outcome(removeItem("")), "0|" + std::to_string(EINVAL) + "|" + std::strerror(EINVAL));
-    EXPECT_EQ(outcome(removeItem(tree.path("missing"))), "0|" + std::to_string(ENOENT) + "|No such file or directory");
+    EXPECT_EQ(outcome(removeItem(tree.path("missing"))),
+              "0|" + std::to_string(ENOENT) + "|No such file or directory");
     EXPECT_EQ(removeItem(tree.path("missing/deeper")).error, ENOENT);
 
     tree.file("x/y/z", 10);
@@ -133,7 +134,7 @@ TEST_F(RemoveItem, RawByteNamesAndTreesDeeperThanPathMax) {
     std::string relative = "deep/";
     std::vector<std::string> levels;
     while (relative.size() < 2 * PATH_MAX) {
-        relative += "dd/";
+        relative += "dddddddddd/";
         levels.push_back(relative);
     }
     for (size_t i = 0; i < levels.size(); i += 97) {
@@ -206,9 +207,10 @@ TEST_F(RemoveItem, AnotherDiskInsideLeavesTheWholeItemInPlace) {
     tree.file("target/a/mnt/on-the-other-disk", 10);
 
     EXPECT_EQ(outcome(removeItem(tree.path("target"))),
-              "0|" + std::to_string(EXDEV) + "|\u201ctarget\u201d holds another disk at \u201ca/mnt\u201d; it was "
-              "left in place.");
-    for (const char* kept : {"target/beside.txt", "target/a/file", "target/z/file", "target/a/mnt/on-the-other-disk"})
+              "0|" + std::to_string(EXDEV) +
+                  "|\u201ctarget\u201d holds another disk at \u201ca/mnt\u201d; it was left in place.");
+    for (const char* kept :
+         {"target/beside.txt", "target/a/file", "target/z/file", "target/a/mnt/on-the-other-disk"})
         EXPECT_TRUE(exists(tree.path(kept))) << kept;
 
     // The mount point itself.

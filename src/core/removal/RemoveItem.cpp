@@ -142,8 +142,8 @@ private:
 
     RemovalResult anotherDisk(const char* name) const {
         const char* outcome = mode_ == Mode::Check ? "it was left in place." : "removal stopped there.";
-        return failure(EXDEV,
-                       quoted(name_) + " holds another disk at " + quoted(relativePath(name)) + "; " + outcome);
+        const std::string where = quoted(relativePath(name));
+        return failure(EXDEV, quoted(name_) + " holds another disk at " + where + "; " + outcome);
     }
 
     RemovalResult changed() const {
@@ -172,7 +172,8 @@ private:
             if (errno != EISDIR) return failure(errno);
         }
         Identity found;
-        if (int e = identifyEntry(dir(), name, found)) return e == ENOENT ? std::nullopt : std::optional(failure(e));
+        if (int e = identifyEntry(dir(), name, found))
+            return e == ENOENT ? std::nullopt : std::optional(failure(e));
         if (!found.isDirectory) return unlinkEntry(name, 0);
         if (!found.sameMount(target_)) return anotherDisk(name);
         fs::Descriptor fd;
@@ -238,6 +239,10 @@ private:
     std::vector<Level> levels_;
 };
 
+RemovalResult changedBefore(const std::string& name) {
+    return failure(EAGAIN, quoted(name) + " changed before it could be removed; it was left in place.");
+}
+
 // The folder holding the item, following links as the path says; by components when the path is long.
 int openParent(const std::string& path, fs::Descriptor& out) {
     int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -280,14 +285,14 @@ RemovalResult removeItem(const std::string& path) {
     if (int e = fs::openDirectoryAt(parent.get(), name.c_str(), target)) {
         if (e == EACCES && ::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) == 0) return {};
         if (e == ELOOP || e == ENOTDIR)
-            return failure(EAGAIN, quoted(name) + " changed before it could be removed; it was left in place.");
+            return changedBefore(name);
         return failure(e);
     }
     // What was opened must be the folder that was looked at, not one swapped in since.
     Identity opened;
     if (int e = identifyOpen(target.get(), opened)) return failure(e);
     if (!opened.sameItem(item) || !opened.sameMount(item))
-        return failure(EAGAIN, quoted(name) + " changed before it could be removed; it was left in place.");
+        return changedBefore(name);
 
     for (auto mode : {Walk::Mode::Check, Walk::Mode::Remove}) {
         Walk walk(mode, parent.get(), name, opened);
