@@ -1,4 +1,5 @@
 // brenvo-cli: the engine without a window, for terminals, scripts, benchmarks and tests.
+#include "DeleteCommands.h"
 #include "StorageModel.h"
 #include "cache/ChangeTracker.h"
 #include "cache/ScanCache.h"
@@ -27,6 +28,9 @@ namespace {
 constexpr const char* kUsage =
     "usage: brenvo-cli scan PATH [--max-children N] [--progress] [--threads N] [--remember]\n"
     "       brenvo-cli explain PATH [--root ROOT]\n"
+    "       brenvo-cli delete [--yes] [--undo-seconds N] PATH...\n"
+    "       brenvo-cli finish-deleting [--yes]\n"
+    "       brenvo-cli deleted\n"
     "\n"
     "  scan PATH           measure PATH and print its tree of sizes as JSON on standard output\n"
     "  --max-children N    keep at most N entries per folder, folding the smallest into one (default 250)\n"
@@ -36,12 +40,29 @@ constexpr const char* kUsage =
     "                      remembered baseline (adding \"change\" and \"new\" to entries) and save the\n"
     "                      scan where the application finds it\n"
     "  explain PATH        say what PATH is and whether it may go, as JSON; ROOT (default: the folder\n"
-    "                      holding PATH) is scanned to see it in its place\n";
+    "                      holding PATH) is scanned to see it in its place\n"
+    "  delete PATH...      delete each PATH for good, as the application does: protected items are left\n"
+    "                      where they are, and nothing is touched until the undo window has passed\n"
+    "                      (Ctrl+C undoes; SIGTERM deletes at once, as quitting the application does)\n"
+    "  --yes               don't ask first (delete, finish-deleting)\n"
+    "  --undo-seconds N    wait N seconds, fractions allowed, instead of the setting (default 8)\n"
+    "  finish-deleting     offer to delete what a run closed early left undeleted; answering no keeps\n"
+    "                      the items and forgets them\n"
+    "  deleted             print the record of deleted items as JSON\n"
+    "\n"
+    "Exit status: 0 on success; 1 when delete or finish-deleting left something undeleted; 2 for a usage\n"
+    "error or a failure to read or write.\n";
 
-int usageError(const std::string& message) {
+} // namespace
+
+int brenvo::cli::usageError(const std::string& message) {
     std::fprintf(stderr, "brenvo-cli: %s\n%s", message.c_str(), kUsage);
     return 2;
 }
+
+namespace {
+
+using cli::usageError;
 
 int scanError(const std::string& path, const std::string& reason) {
     std::fprintf(stderr, "brenvo-cli: can't scan \u201c%s\u201d: %s\n", path.c_str(), reason.c_str());
@@ -224,5 +245,8 @@ int main(int argc, char** argv) {
     }
     if (args[0] == "scan") return scanCommand({args.begin() + 1, args.end()});
     if (args[0] == "explain") return explainCommand({args.begin() + 1, args.end()});
+    if (args[0] == "delete") return cli::deleteCommand({args.begin() + 1, args.end()});
+    if (args[0] == "finish-deleting") return cli::finishDeletingCommand({args.begin() + 1, args.end()});
+    if (args[0] == "deleted") return cli::deletedCommand({args.begin() + 1, args.end()});
     return usageError("unknown command \u201c" + args[0] + "\u201d");
 }
