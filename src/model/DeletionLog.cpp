@@ -142,7 +142,9 @@ DeletionLog::Phase DeletionLog::phase() const {
 
 void DeletionLog::schedule(std::vector<Target> targets, double window, Verify verify, std::function<void()> undo,
                            Finish finish) {
-    std::optional<Pending> previous = takePending(); // a second delete ends the first window: it is carried out
+    // A second delete ends the first window: that plan is carried out, its targets in flight before the new
+    // plan is written, so both stay listed.
+    if (auto previous = takePending()) perform(std::move(*previous));
     Pending plan{QUuid::createUuid(), std::move(targets), Date{Date::now().seconds + window}, std::move(undo),
                  std::move(finish), std::move(verify)};
     const QUuid id = plan.id;
@@ -157,7 +159,6 @@ void DeletionLog::schedule(std::vector<Target> targets, double window, Verify ve
     });
     timer_->start(static_cast<int>(window * 1000));
     emit changed();
-    if (previous) perform(std::move(*previous));
 }
 
 std::optional<DeletionLog::Pending> DeletionLog::takePending() {
@@ -167,9 +168,10 @@ std::optional<DeletionLog::Pending> DeletionLog::takePending() {
         timer_->deleteLater();
         timer_ = nullptr;
     }
+    // No save here: the caller either moves the targets in flight (which lists them again) or drops the
+    // plan and saves itself, so there is never a moment when existing targets are listed nowhere.
     std::optional<Pending> plan = std::move(pending_);
     pending_.reset();
-    saveUnfinished();
     emit changed();
     return plan;
 }
@@ -177,6 +179,7 @@ std::optional<DeletionLog::Pending> DeletionLog::takePending() {
 void DeletionLog::undoPending() {
     auto plan = takePending();
     if (!plan) return;
+    saveUnfinished();
     if (plan->undo) plan->undo();
     if (onUndo) onUndo(plan->targets);
 }
