@@ -267,3 +267,18 @@ TEST(DeleteFlow, OpeningAnInstallerForAnInstalledAppAsksFirst) {
     EXPECT_FALSE(model.installerChoice());
     EXPECT_EQ(opened, (std::vector<std::string>{tree.path("Thing 2.0.deb"), tree.path("notes.txt")}));
 }
+
+TEST(DeletionLog, TheSamePathDeletedTwiceOverTimeIsRecordedTwice) {
+    Fixture f;
+    DeletionLog log(f.file());
+    for (int round = 0; round < 2; ++round) {
+        f.tree.file("again.txt", 10);
+        Outcome outcome;
+        log.schedule({f.target("again.txt")}, 0.05, nullptr, nullptr, outcome.callback());
+        ASSERT_TRUE(waitFor([&] { return outcome.finished; }));
+        EXPECT_EQ(outcome.deleted.size(), 1u);
+    }
+    ASSERT_EQ(log.items().size(), 2u);
+    EXPECT_EQ(log.items()[0].originalPath, log.items()[1].originalPath);
+    EXPECT_NE(log.items()[0].id, log.items()[1].id);
+}
