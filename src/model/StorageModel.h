@@ -148,6 +148,8 @@ public:
         bool installerIsNewer() const;
     };
     void openInDefaultApp(FileNode& node);
+    // Shows the item selected in its folder, in the file manager.
+    void showInFolder(const std::string& path) { emit revealRequested(path); }
     const std::optional<InstallerChoice>& installerChoice() const { return installerChoice_; }
     void clearInstallerChoice();
 

@@ -5,12 +5,14 @@
 #include "PathBar.h"
 #include "ScanningView.h"
 #include "StorageModel.h"
+#include "TreemapView.h"
 #include "WelcomeView.h"
 
 #include <QAction>
 #include <QFrame>
 #include <QHeaderView>
 #include <QItemSelectionModel>
+#include <QSplitter>
 #include <QTableView>
 #include <QVBoxLayout>
 
@@ -29,9 +31,22 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     line->setFrameShape(QFrame::HLine);
     line->setFrameShadow(QFrame::Sunken);
     column->addWidget(line);
-    filterBar_ = new FilterBar(model_, folder_);
-    column->addWidget(filterBar_);
-    list_ = new QTableView(folder_);
+    // The map above, the filters and the list below; the split keeps both usable.
+    auto* split = new QSplitter(Qt::Vertical, folder_);
+    split->setChildrenCollapsible(false);
+    auto* chart = new QWidget(split);
+    auto* chartLayout = new QVBoxLayout(chart);
+    chartLayout->setContentsMargins(8, 8, 8, 8);
+    map_ = new TreemapView(model_, chart);
+    chartLayout->addWidget(map_);
+    auto* lower = new QWidget(split);
+    lower->setMinimumHeight(160);
+    auto* lowerLayout = new QVBoxLayout(lower);
+    lowerLayout->setContentsMargins(0, 0, 0, 0);
+    lowerLayout->setSpacing(0);
+    filterBar_ = new FilterBar(model_, lower);
+    lowerLayout->addWidget(filterBar_);
+    list_ = new QTableView(lower);
     rows_ = new FileListModel(model_, list_);
     list_->setModel(rows_);
     list_->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -49,7 +64,12 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     list_->horizontalHeader()->resizeSection(FileListModel::Change, 110);
     list_->horizontalHeader()->resizeSection(FileListModel::Share, 80);
     list_->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    column->addWidget(list_, 1);
+    lowerLayout->addWidget(list_, 1);
+    split->addWidget(chart);
+    split->addWidget(lower);
+    split->setStretchFactor(0, 3);
+    split->setStretchFactor(1, 2);
+    column->addWidget(split, 1);
     addWidget(scanning_);
     addWidget(welcome_);
     addWidget(folder_);

@@ -9,6 +9,7 @@ namespace brenvo {
 class FileListModel;
 class FilterBar;
 class PathBar;
+class TreemapView;
 class ScanningView;
 class StorageModel;
 class WelcomeView;
@@ -26,6 +27,7 @@ public:
     PathBar* pathBar() const { return pathBar_; }
     FilterBar* filterBar() const { return filterBar_; }
     QTableView* list() const { return list_; }
+    TreemapView* map() const { return map_; }
 
 private:
     void choose();
@@ -40,6 +42,7 @@ private:
     PathBar* pathBar_;
     FilterBar* filterBar_;
     QTableView* list_;
+    TreemapView* map_;
     FileListModel* rows_;
     bool syncing_ = false;
 };

@@ -80,7 +80,11 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     QTimer::singleShot(0, this, &MainWindow::offerToFinishDeleting);
     connect(&model_, &StorageModel::installerChoiceChanged, this, &MainWindow::askAboutInstaller);
     connect(&model_, &StorageModel::openRequested, this, [](const std::string& path) { openPath(path); });
-    connect(&model_, &StorageModel::revealRequested, this, [](const std::string& path) { openPath(path); });
+    // Without a file manager that can select an item, its folder is opened.
+    connect(&model_, &StorageModel::revealRequested, this, [](const std::string& path) {
+        auto slash = path.rfind('/');
+        openPath(slash == 0 ? std::string("/") : path.substr(0, slash));
+    });
 
     // The one place where a scan starts from a change of location.
     connect(&model_, &StorageModel::locationChanged, this, [this] {
