@@ -233,3 +233,15 @@ TEST_F(RemoveItem, AnotherDiskInsideLeavesTheWholeItemInPlace) {
 }
 
 } // namespace
+
+TEST_F(RemoveItem, ALinkPutInPlaceOfAFolderOnTheWayLeadsNowhere) {
+    tree.file("real/victim/file", 10);
+    tree.file("outside/victim/file", 10);
+    const std::string chosen = tree.path("real/victim");
+    // After the item was chosen, a folder on its way became a link to somewhere else.
+    std::filesystem::remove_all(tree.path("real"));
+    tree.symlink(tree.path("outside"), "real");
+    RemovalResult result = removeItem(chosen);
+    EXPECT_FALSE(result.ok);
+    EXPECT_TRUE(exists(tree.path("outside/victim/file")));
+}

@@ -244,14 +244,30 @@ RemovalResult changedBefore(const std::string& name) {
 }
 
 // The folder holding the item, following links as the path says; by components when the path is long.
+// The folder holding the item, reached one component at a time without following any link: the paths
+// given are real paths, so a link found on the way was put there since, and must not lead elsewhere.
 int openParent(const std::string& path, fs::Descriptor& out) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd >= 0) {
+    if (!path.starts_with('/')) {
+        int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (fd < 0) return errno;
         out = fs::Descriptor(fd);
         return 0;
     }
-    if (errno == ENAMETOOLONG && path.starts_with('/')) return fs::openDirectoryPath(path, out);
-    return errno;
+    fs::Descriptor at;
+    if (int e = fs::openDirectoryAt(AT_FDCWD, "/", at)) return e;
+    for (size_t pos = 1; pos < path.size();) {
+        size_t end = path.find('/', pos);
+        if (end == std::string::npos) end = path.size();
+        if (end > pos) {
+            const std::string component = path.substr(pos, end - pos);
+            fs::Descriptor next;
+            if (int e = fs::openDirectoryAt(at.get(), component.c_str(), next)) return e;
+            at = std::move(next);
+        }
+        pos = end + 1;
+    }
+    out = std::move(at);
+    return 0;
 }
 
 } // namespace
