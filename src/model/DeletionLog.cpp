@@ -81,8 +81,10 @@ std::vector<DeletionLog::Target> decodeTargets(const std::optional<JsonValue>& j
         const JsonValue* name = entry.find("name");
         const JsonValue* size = entry.find("size");
         if (!url || !url->isString() || !name || !name->isString() || !size || !size->isInt64()) return {};
+        // Only plain absolute paths: a file that names "..", an empty component or a NUL is not ours.
         auto path = pathFromFileURL(url->asString());
-        if (!path) return {};
+        if (!path || path->find('\0') != std::string::npos || standardizePath(*path) != *path || *path == "/")
+            return {};
         targets.push_back({*path, name->asString(), size->asInt64(), url->asString().ends_with("/")});
     }
     return targets;
@@ -157,7 +159,7 @@ void DeletionLog::schedule(std::vector<Target> targets, double window, Verify ve
         if (!pending_ || pending_->id != id) return; // a stale timer never takes a newer plan
         if (auto due = takePending()) perform(std::move(*due));
     });
-    timer_->start(static_cast<int>(window * 1000));
+    timer_->start(static_cast<int>(std::clamp(window, 0.0, 86400.0) * 1000));
     emit changed();
 }
 
@@ -235,12 +237,19 @@ struct DeletionLog::Run {
 };
 
 void DeletionLog::remove(std::vector<Target> targets, Finish done) {
-    removeNext(std::make_shared<Run>(Run{std::move(targets), 0, {}, {}, std::move(done)}));
+    const uint64_t id = ++nextRun_;
+    runs_[id] = std::make_shared<Run>(Run{std::move(targets), 0, {}, {}, std::move(done)});
+    removeNext(id);
 }
 
-// One item after another off the main thread; the main thread stays free between them.
-void DeletionLog::removeNext(std::shared_ptr<Run> run) {
+// One item after another off the main thread; the main thread stays free between them. The run's state
+// (whose callbacks may hold tree nodes) stays on the main thread; a worker only sees a path.
+void DeletionLog::removeNext(uint64_t id) {
+    auto found = runs_.find(id);
+    if (found == runs_.end()) return;
+    std::shared_ptr<Run> run = found->second;
     if (run->next >= run->targets.size()) {
+        runs_.erase(found);
         run->done(run->deleted, run->failures);
         return;
     }
@@ -249,25 +258,31 @@ void DeletionLog::removeNext(std::shared_ptr<Run> run) {
         // Nothing on disk is touched in demonstration mode.
         record(target);
         run->deleted.insert(target.path);
-        QTimer::singleShot(run->next == 1 ? 800 : 0, this, [this, run] { removeNext(run); });
+        QTimer::singleShot(run->next == 1 ? 800 : 0, this, [this, id] { removeNext(id); });
         return;
     }
     QPointer<DeletionLog> self(this);
-    tasks_.start([self, run, target](std::stop_token) {
-        RemovalResult result = removeItem(target.path);
-        postToMain(self, [run, target, result](DeletionLog& log) {
-            if (result.ok) {
-                log.record(target);
-                run->deleted.insert(target.path);
-                std::erase(log.inFlight_, target);
-            } else {
-                // Another disk inside, or an item swapped meanwhile: the removal's words already name it.
-                const bool named = result.error == EXDEV || result.error == EAGAIN;
-                run->failures.push_back(named ? result.message : quotedName(target.name) + ": " + result.message);
-            }
-            log.removeNext(run);
-        });
+    tasks_.start([self, id, path = target.path](std::stop_token) {
+        RemovalResult result = removeItem(path);
+        postToMain(self, [id, result](DeletionLog& log) { log.removed(id, result); });
     });
+}
+
+void DeletionLog::removed(uint64_t id, const RemovalResult& result) {
+    auto found = runs_.find(id);
+    if (found == runs_.end()) return;
+    Run& run = *found->second;
+    const Target& target = run.targets[run.next - 1];
+    if (result.ok) {
+        record(target);
+        run.deleted.insert(target.path);
+        std::erase(inFlight_, target);
+    } else {
+        // Another disk inside, or an item swapped meanwhile: the removal's words already name it.
+        const bool named = result.error == EXDEV || result.error == EAGAIN;
+        run.failures.push_back(named ? result.message : quotedName(target.name) + ": " + result.message);
+    }
+    removeNext(id);
 }
 
 void DeletionLog::record(const Target& target) {
@@ -291,11 +306,18 @@ void DeletionLog::finishUnfinished(Finish done) {
         }
         (open ? running : toDelete).push_back(t);
     }
+    // In flight while they go, so they stay listed until each removal is recorded.
     unfinished_.clear();
+    inFlight_.insert(inFlight_.end(), toDelete.begin(), toDelete.end());
+    saveUnfinished();
     emit changed();
     QPointer<DeletionLog> self(this);
-    remove(toDelete, [self, running, done](const std::set<std::string>& deleted, const std::vector<std::string>& failures) {
+    remove(toDelete, [self, running, toDelete, done](const std::set<std::string>& deleted,
+                                                     const std::vector<std::string>& failures) {
         if (!self) return;
+        std::erase_if(self->inFlight_, [&](const Target& t) {
+            return std::find(toDelete.begin(), toDelete.end(), t) != toDelete.end();
+        });
         self->saveUnfinished();
         std::vector<std::string> messages = failures;
         for (const Target& t : running)

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,6 +21,8 @@
 class QTimer;
 
 namespace brenvo {
+
+struct RemovalResult;
 
 // The one engine every deletion goes through. A plan of targets first waits out its undo window, and while
 // it waits nothing on disk is touched: undo just drops the plan. When the window ends the items are removed
@@ -102,7 +105,8 @@ private:
     void perform(Pending plan);
     struct Run;
     void remove(std::vector<Target> targets, Finish done);
-    void removeNext(std::shared_ptr<Run> run);
+    void removeNext(uint64_t id);
+    void removed(uint64_t id, const RemovalResult& result);
     void record(const Target& target);
     void save();
     void saveUnfinished();
@@ -115,6 +119,8 @@ private:
     std::optional<Done> recentlyDone_;
     QTimer* timer_ = nullptr;
     std::vector<Target> unfinished_;
+    std::map<uint64_t, std::shared_ptr<Run>> runs_; // main thread only
+    uint64_t nextRun_ = 0;
     BackgroundTasks tasks_;
 };
 

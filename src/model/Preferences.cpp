@@ -4,6 +4,7 @@
 #include "platform/Platform.h"
 
 #include <QSettings>
+#include <algorithm>
 
 namespace brenvo::Preferences {
 
@@ -36,8 +37,9 @@ double storedUndoSeconds() { return read<double>(kUndoSeconds, 8.0); }
 
 double undoSeconds() {
     if (platform::isDemo()) return 5.0;
+    // A day at most: anything longer is a damaged setting, not a wish.
     const double stored = storedUndoSeconds();
-    return stored > 0 ? stored : 8.0;
+    return stored > 0 ? std::min(stored, 86400.0) : 8.0;
 }
 
 int warnBelowGB() { return read<int>(kWarnBelowGB, 0); }

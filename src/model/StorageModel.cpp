@@ -337,21 +337,24 @@ void StorageModel::applyLiveChanges(const std::vector<std::string>& paths, const
         [&root](const std::string& path) { return root->find(path); });
 
     if (!plan.removed.empty()) {
+        // The nodes are held until every screen has been told, so nothing reads a freed node meanwhile.
+        std::vector<NodeRef> gone;
+        QSet<quint64> selection = selection_;
+        bool moved = false;
         for (const std::string& path : plan.removed) {
             FileNode* node = root_->find(path);
             if (!node || !node->parent()) continue;
-            if (selection_.contains(node->id())) {
-                QSet<quint64> still = selection_;
-                still.remove(node->id());
-                setSelection(std::move(still));
-            }
+            gone.emplace_back(node);
+            selection.remove(node->id());
             if (current_ && (current_.get() == node || isBelow(current_->path(), path))) {
                 current_ = NodeRef(node->parent());
-                emit currentChanged();
+                moved = true;
             }
             node->removeFromParent();
         }
         bumpRevision();
+        if (moved) emit currentChanged();
+        setSelection(std::move(selection));
         saveCache();
     }
     for (const std::string& path : plan.remeasure)
@@ -363,10 +366,14 @@ void StorageModel::remeasure(FileNode* node) {
     const uint64_t request = ++nextMeasure_;
     measuring_[request] = NodeRef(node);
     QPointer<StorageModel> self(this);
-    tasks_.start([self, request, path = node->path(), environment = platform::scanEnvironment()](std::stop_token) {
+    tasks_.start([self, request, path = node->path(), skipped = skippedTable(),
+                  environment = platform::scanEnvironment()](std::stop_token stop) {
         NodeRef fresh;
         try {
-            fresh = DiskScanner(kMaxChildren, {}, {}, environment).scan(path);
+            // A link in the place of what was measured is not followed: the old node stays until a scan.
+            fs::EntryValues values;
+            if (fs::statPath(path, values) == 0 && !values.isSymbolicLink)
+                fresh = DiskScanner(kMaxChildren, skipped, {}, environment).scan(path, stop);
         } catch (const std::exception&) {
         }
         postToMain(self, [request, fresh = std::move(fresh)](StorageModel& model) mutable {
@@ -382,10 +389,13 @@ void StorageModel::remeasure(FileNode* node) {
 
 void StorageModel::measureAdded(const std::string& path, const std::string& parent) {
     QPointer<StorageModel> self(this);
-    tasks_.start([self, path, parent, environment = platform::scanEnvironment()](std::stop_token) {
+    tasks_.start([self, path, parent, skipped = skippedTable(),
+                  environment = platform::scanEnvironment()](std::stop_token stop) {
         NodeRef fresh;
         try {
-            fresh = DiskScanner(kMaxChildren, {}, {}, environment).scan(path);
+            fs::EntryValues values;
+            if (fs::statPath(path, values) != 0 || values.isSymbolicLink) return; // links are never shown
+            fresh = DiskScanner(kMaxChildren, skipped, {}, environment).scan(path, stop);
         } catch (const std::exception&) {
             return;
         }
@@ -757,9 +767,18 @@ void StorageModel::cancelDelete() {
 }
 
 void StorageModel::confirmDelete() {
-    std::vector<NodeRef> nodes = std::move(pendingDelete_);
+    std::vector<NodeRef> chosen = std::move(pendingDelete_);
     pendingDelete_.clear();
     emit pendingDeleteChanged();
+    // An item inside another chosen one goes with it.
+    std::vector<NodeRef> nodes;
+    for (const NodeRef& node : chosen) {
+        const std::string path = node->path();
+        const bool inside = std::any_of(chosen.begin(), chosen.end(), [&](const NodeRef& other) {
+            return other != node && isBelow(path, other->path());
+        });
+        if (!inside) nodes.push_back(node);
+    }
     if (nodes.empty()) return;
     NodeRef scanRootAtStart = root_;
     // The space shows as freed at once, though nothing on disk is touched until the window ends.
@@ -789,12 +808,19 @@ void StorageModel::confirmDelete() {
         if (!self) return;
         StorageModel& model = *self;
         for (const std::string& path : deleted) model.hiddenWhilePending_.erase(path);
+        // What failed comes back where it was, if that folder is still in the tree on show; otherwise only a
+        // scan can show it again.
+        bool rescan = model.root_ != scanRootAtStart && !failures.empty();
         if (model.root_ == scanRootAtStart) {
-            for (auto& [node, parent] : *pairs)
-                if (!deleted.contains(node->path())) node->reinsert(parent.get());
-        } else if (!failures.empty() && model.location_) {
-            model.scan(*model.location_);
+            for (auto& [node, parent] : *pairs) {
+                if (deleted.contains(node->path())) continue;
+                if (parent.get() == model.root_.get() || model.root_->find(parent->path()) == parent.get())
+                    node->reinsert(parent.get());
+                else
+                    rescan = true;
+            }
         }
+        if (rescan && model.location_) model.scan(*model.location_);
         model.bumpRevision();
         model.saveCache();
         if (!failures.empty()) {

@@ -186,7 +186,10 @@ std::optional<Snapshot> decodeSnapshot(std::string_view data) {
         auto kind = reader->integer(entry->find("k"));
         auto size = reader->integer(entry->find("s"));
         auto count = reader->integer(entry->find("c"));
-        if (!name || !kind || !size || !count || *kind < 0) return nullptr;
+        // A name must be one path component, and sizes can't be negative: anything else is damage.
+        if (!name || !kind || !size || !count || *kind < 0 || *size < 0 || *count < 0) return nullptr;
+        if (name->empty() || *name == "." || *name == ".." || name->find_first_of(std::string("/\0", 2)) != std::string::npos)
+            return nullptr;
         const auto nodeKind = *kind >= 4 ? FileNode::Kind::file : static_cast<FileNode::Kind>(*kind);
         std::optional<Date> modified;
         if (Ref m = entry->find("m"); m != BinaryReader::kNoRef) {
@@ -329,7 +332,7 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
         auto name = reader->string(entry->find("n"));
         auto kind = reader->integer(entry->find("k"));
         auto bytes = reader->integer(entry->find("s"));
-        if (!name || !kind || !bytes || !reader->integer(entry->find("c"))) return std::nullopt;
+        if (!name || !kind || !bytes || !reader->integer(entry->find("c")) || *bytes < 0) return std::nullopt;
         if (*kind == 3) continue;
         if (*kind == 0 || *bytes >= minimumFileSize) sizes[path] = *bytes;
         if (Ref ch = entry->find("ch"); ch != BinaryReader::kNoRef) {
@@ -339,7 +342,7 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
                 auto child = reader->dict(children->at(i));
                 auto childName = child ? reader->string(child->find("n")) : std::nullopt;
                 if (!childName) return std::nullopt;
-                stack.emplace_back(children->at(i), path + "/" + *childName);
+                stack.emplace_back(children->at(i), joinPath(path, *childName));
             }
         }
     }
