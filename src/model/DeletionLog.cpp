@@ -117,9 +117,21 @@ std::string DeletionLog::defaultFile() {
     return joinPath(platform::stateFolder(), "deleted.json");
 }
 
+// A file that exists but does not decode is set aside rather than overwritten by the next save, so a
+// damaged record can still be looked at by hand.
+template <typename Decode>
+auto readRecord(const std::string& path, Decode decode) {
+    auto json = readJson(path);
+    auto decoded = decode(json);
+    const bool emptyOnPurpose = json && json->isArray() && json->asArray().empty();
+    if (decoded.empty() && !emptyOnPurpose && exists(path))
+        std::rename(path.c_str(), (path + ".damaged").c_str());
+    return decoded;
+}
+
 DeletionLog::DeletionLog(std::string file, QObject* parent) : QObject(parent), file_(std::move(file)) {
-    items_ = decodeItems(readJson(file_));
-    for (auto& target : decodeTargets(readJson(unfinishedFile())))
+    items_ = readRecord(file_, decodeItems);
+    for (auto& target : readRecord(unfinishedFile(), decodeTargets))
         if (exists(target.path)) unfinished_.push_back(std::move(target));
     activeLog = this;
     saveUnfinished();

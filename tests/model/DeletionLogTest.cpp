@@ -166,6 +166,13 @@ TEST(DeletionLog, AStartFindsWhatAnEarlierRunLeftUndone) {
     EXPECT_TRUE(damaged.unfinished().empty());
     EXPECT_FALSE(exists(damaged.unfinishedFile()));
     EXPECT_TRUE(exists(f.tree.path("innocent")));
+    EXPECT_TRUE(exists(damaged.unfinishedFile() + ".damaged")); // set aside, not destroyed
+
+    // A damaged history shows nothing but survives beside the next one.
+    std::ofstream(f.file()) << R"([{"id":"not-a-uuid"}])";
+    DeletionLog history(f.file());
+    EXPECT_TRUE(history.items().empty());
+    EXPECT_EQ(slurp(f.file() + ".damaged"), R"([{"id":"not-a-uuid"}])");
 }
 
 TEST(DeletionLog, QuittingInsideAWindowCarriesThePlanThrough) {
