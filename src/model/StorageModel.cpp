@@ -328,6 +328,10 @@ void StorageModel::applyLiveChanges(const std::vector<std::string>& paths, const
     if (!root_ || root_->path() != rootPath) return; // a batch for an older tree
     if (isScanning_ || isRefreshing_) return;
     NodeRef root = root_;
+    if (std::find(paths.begin(), paths.end(), rootPath) != paths.end() && location_) {
+        scan(*location_); // the watcher lost track of what changed: measure everything again
+        return;
+    }
     LiveChangePlan plan = LiveChangePlan::make(
         paths, rootPath, ignoredFolders(),
         [](const std::string& path) {

@@ -280,4 +280,10 @@ TEST(StorageModel, ChangesDuringAScanAreHeldAndReplayed) {
     d.model.applyLiveChanges({tree.path("other.bin")}, "/elsewhere");
     settle(300);
     EXPECT_EQ(d.model.root()->find(tree.path("other.bin")), nullptr);
+
+    // The watcher names the root when it lost events: nothing short of measuring again will do.
+    d.model.applyLiveChanges({tree.root()}, tree.root());
+    EXPECT_TRUE(d.model.isRefreshing());
+    ASSERT_TRUE(d.idle());
+    EXPECT_NE(d.model.root()->find(tree.path("other.bin")), nullptr);
 }

@@ -128,6 +128,12 @@ private:
 
     // Notes one event's path; false when the watch has to end.
     bool take(const inotify_event& event, std::set<std::string>& batch) {
+        if (event.mask & IN_Q_OVERFLOW) {
+            // Events were lost: folders made meanwhile get their watches now, and the root stands for
+            // "anything below may have changed".
+            batch.insert(root_);
+            return watchTree(root_);
+        }
         if (event.mask & IN_IGNORED) {
             folders_.erase(event.wd);
             return true;
