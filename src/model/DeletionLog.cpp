@@ -17,6 +17,8 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -129,7 +131,22 @@ auto readRecord(const std::string& path, Decode decode) {
     return decoded;
 }
 
+const char* const DeletionLog::kSharedMessage =
+    "Brenvo is open in another window, and only one can delete at a time. Quit it and try again.";
+
 DeletionLog::DeletionLog(std::string file, QObject* parent) : QObject(parent), file_(std::move(file)) {
+    // One process at a time writes the record: the lock lasts as long as this log, and the kernel drops it
+    // when a process dies. Where no lock file can be made, the record can't be written either.
+    const std::string folder = std::filesystem::path(file_).parent_path().string();
+    std::error_code ignored;
+    std::filesystem::create_directories(folder, ignored);
+    lock_ = ::open(joinPath(folder, "deletions.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (lock_ >= 0 && ::flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) shared_ = true;
+    if (shared_) {
+        items_ = decodeItems(readJson(file_)); // read only: what the other process leaves unfinished is its own
+        activeLog = this;
+        return;
+    }
     items_ = readRecord(file_, decodeItems);
     for (auto& target : readRecord(unfinishedFile(), decodeTargets))
         if (exists(target.path)) unfinished_.push_back(std::move(target));
@@ -137,7 +154,9 @@ DeletionLog::DeletionLog(std::string file, QObject* parent) : QObject(parent), f
     saveUnfinished();
 }
 
-DeletionLog::~DeletionLog() = default;
+DeletionLog::~DeletionLog() {
+    if (lock_ >= 0) ::close(lock_);
+}
 
 DeletionLog* DeletionLog::active() { return activeLog.data(); }
 
@@ -156,6 +175,10 @@ DeletionLog::Phase DeletionLog::phase() const {
 
 void DeletionLog::schedule(std::vector<Target> targets, double window, Verify verify, std::function<void()> undo,
                            Finish finish) {
+    if (shared_) {
+        if (finish) finish({}, {kSharedMessage});
+        return;
+    }
     // A second delete ends the first window: that plan is carried out, its targets in flight before the new
     // plan is written, so both stay listed.
     if (auto previous = takePending()) perform(std::move(*previous));
@@ -368,6 +391,7 @@ void DeletionLog::clearRecord() {
 }
 
 void DeletionLog::save() {
+    if (shared_) return;
     std::string text;
     {
         JsonWriter out(text);
@@ -388,6 +412,7 @@ void DeletionLog::save() {
 }
 
 void DeletionLog::saveUnfinished() {
+    if (shared_) return;
     std::vector<Target> listed;
     if (pending_) listed = pending_->targets;
     listed.insert(listed.end(), inFlight_.begin(), inFlight_.end());

@@ -67,6 +67,10 @@ public:
     explicit DeletionLog(std::string file = defaultFile(), QObject* parent = nullptr);
     ~DeletionLog() override;
 
+    // Another process holds the record: this log only reads it, and every plan fails with kSharedMessage.
+    bool isShared() const { return shared_; }
+    static const char* const kSharedMessage;
+
     // The log of the running model, for the termination hook.
     static DeletionLog* active();
 
@@ -112,6 +116,8 @@ private:
     void saveUnfinished();
 
     std::string file_;
+    int lock_ = -1;
+    bool shared_ = false;
     std::vector<DeletedItem> items_;
     std::optional<Pending> pending_;
     std::vector<Target> inFlight_;

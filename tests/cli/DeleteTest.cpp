@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
@@ -14,6 +15,7 @@
 #include <set>
 #include <spawn.h>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -192,6 +194,26 @@ TEST_F(CliDelete, DeletesAfterTheWindowAndRecordsEachItem) {
     EXPECT_FALSE(exists(unfinishedFile()));
     EXPECT_EQ(recorded(),
               (std::map<std::string, long long>{{tree_.path("docs"), docs}, {tree_.path("note.txt"), note}}));
+}
+
+TEST_F(CliDelete, WaitsItsTurnWhileBrenvoIsOpen) {
+    tree_.file("junk", 10);
+    std::filesystem::create_directories(state_->path("brenvo"));
+    // What an open window holds for as long as it runs.
+    const int lock = ::open(state_->path("brenvo/deletions.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(::flock(lock, LOCK_EX | LOCK_NB), 0);
+    for (const char* command : {"delete", "finish-deleting"}) {
+        std::vector<std::string> args{command, "--yes"};
+        if (std::string(command) == "delete") args.push_back(tree_.path("junk"));
+        Ended refused = cli(args);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.err, "Brenvo is open in another window, and only one can delete at a time. Quit it and try "
+                               "again.\n");
+    }
+    EXPECT_TRUE(exists(tree_.path("junk")));
+    ::close(lock);
+    EXPECT_EQ(cli({"delete", "--yes", "--undo-seconds", "0.2", tree_.path("junk")}).status, 0);
+    EXPECT_FALSE(exists(tree_.path("junk")));
 }
 
 TEST_F(CliDelete, ProtectedAndMissingItemsAreLeftOut) {

@@ -148,25 +148,29 @@ TEST(DeletionLog, AStartFindsWhatAnEarlierRunLeftUndone) {
             << R"([{"url":"file://)" << f.tree.path("still-here") << R"(","name":"still-here","size":10},)"
             << R"({"url":"file://)" << f.tree.path("long-gone") << R"(","name":"long-gone","size":5}])";
     }
-    DeletionLog log(f.file());
-    ASSERT_EQ(log.unfinished().size(), 1u); // what is gone was finished, or removed by the user
-    EXPECT_EQ(log.unfinished()[0].name, "still-here");
-    EXPECT_EQ(parseJson(slurp(log.unfinishedFile()))->size(), 1u);
-    Outcome outcome;
-    log.finishUnfinished(outcome.callback());
-    ASSERT_TRUE(waitFor([&] { return outcome.finished; }));
-    EXPECT_FALSE(exists(f.tree.path("still-here")));
-    EXPECT_FALSE(exists(log.unfinishedFile()));
+    {
+        DeletionLog log(f.file());
+        ASSERT_EQ(log.unfinished().size(), 1u); // what is gone was finished, or removed by the user
+        EXPECT_EQ(log.unfinished()[0].name, "still-here");
+        EXPECT_EQ(parseJson(slurp(log.unfinishedFile()))->size(), 1u);
+        Outcome outcome;
+        log.finishUnfinished(outcome.callback());
+        ASSERT_TRUE(waitFor([&] { return outcome.finished; }));
+        EXPECT_FALSE(exists(f.tree.path("still-here")));
+        EXPECT_FALSE(exists(log.unfinishedFile()));
+    }
 
     // A damaged file lists nothing that will ever be deleted, and is removed.
     f.tree.file("innocent", 10);
     std::ofstream(f.state.path("unfinished-deletions.json"))
         << R"([{"url":"file://)" << f.tree.path("innocent") << R"(","name":"innocent"}])"; // no size
-    DeletionLog damaged(f.file());
-    EXPECT_TRUE(damaged.unfinished().empty());
-    EXPECT_FALSE(exists(damaged.unfinishedFile()));
-    EXPECT_TRUE(exists(f.tree.path("innocent")));
-    EXPECT_TRUE(exists(damaged.unfinishedFile() + ".damaged")); // set aside, not destroyed
+    {
+        DeletionLog damaged(f.file());
+        EXPECT_TRUE(damaged.unfinished().empty());
+        EXPECT_FALSE(exists(damaged.unfinishedFile()));
+        EXPECT_TRUE(exists(f.tree.path("innocent")));
+        EXPECT_TRUE(exists(damaged.unfinishedFile() + ".damaged")); // set aside, not destroyed
+    }
 
     // A damaged history shows nothing but survives beside the next one.
     std::ofstream(f.file()) << R"([{"id":"not-a-uuid"}])";
@@ -175,16 +179,46 @@ TEST(DeletionLog, AStartFindsWhatAnEarlierRunLeftUndone) {
     EXPECT_EQ(slurp(f.file() + ".damaged"), R"([{"id":"not-a-uuid"}])");
 }
 
+TEST(DeletionLog, OnlyOneProcessAtATimeWritesTheRecord) {
+    Fixture f;
+    f.tree.file("wanted", 10);
+    auto owner = std::make_unique<DeletionLog>(f.file());
+    Outcome first;
+    owner->schedule({f.target("wanted")}, 60, nullptr, nullptr, first.callback());
+    const std::string listed = slurp(owner->unfinishedFile());
+
+    // A second one, as another process would get while the first runs: it reads, and changes nothing.
+    DeletionLog second(f.file());
+    EXPECT_TRUE(second.isShared());
+    EXPECT_TRUE(second.unfinished().empty());
+    Outcome refused;
+    second.schedule({f.target("wanted")}, 0, nullptr, nullptr, refused.callback());
+    ASSERT_TRUE(refused.finished);
+    EXPECT_EQ(refused.failures, std::vector<std::string>{DeletionLog::kSharedMessage});
+    second.clearRecord();
+    EXPECT_EQ(slurp(owner->unfinishedFile()), listed);
+    EXPECT_TRUE(exists(f.tree.path("wanted")));
+
+    // Once the first is gone, the next one owns the record and finds the plan it left.
+    owner.reset();
+    DeletionLog next(f.file());
+    EXPECT_FALSE(next.isShared());
+    ASSERT_EQ(next.unfinished().size(), 1u);
+    EXPECT_EQ(next.unfinished()[0].name, "wanted");
+}
+
 TEST(DeletionLog, QuittingInsideAWindowCarriesThePlanThrough) {
     Fixture f;
     f.tree.file("doomed/x", 10);
-    DeletionLog log(f.file());
-    Outcome outcome;
-    log.schedule({f.target("doomed", true)}, 30, nullptr, nullptr, outcome.callback());
-    log.commitBeforeQuitting();
-    EXPECT_FALSE(exists(f.tree.path("doomed")));
-    EXPECT_FALSE(outcome.finished); // no callback at quit
-    ASSERT_EQ(log.items().size(), 1u);
+    {
+        DeletionLog log(f.file());
+        Outcome outcome;
+        log.schedule({f.target("doomed", true)}, 30, nullptr, nullptr, outcome.callback());
+        log.commitBeforeQuitting();
+        EXPECT_FALSE(exists(f.tree.path("doomed")));
+        EXPECT_FALSE(outcome.finished); // no callback at quit
+        ASSERT_EQ(log.items().size(), 1u);
+    }
     // The file still lists the quit's targets; the next start keeps only those that failed: none.
     DeletionLog next(f.file());
     EXPECT_EQ(next.items().size(), 1u);

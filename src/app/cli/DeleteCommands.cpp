@@ -192,6 +192,10 @@ int deleteCommand(const std::vector<std::string>& args) {
     // Its deletion log is the one engine; with no folder scanned, its rule judges each path on its own.
     StorageModel model;
     DeletionLog& log = model.deletions();
+    if (log.isShared()) {
+        say(DeletionLog::kSharedMessage);
+        return 1;
+    }
 
     bool leftOut = false;
     std::vector<Candidate> candidates;
@@ -329,6 +333,10 @@ int finishDeletingCommand(const std::vector<std::string>& args) {
     }
     EventLoop loop;
     DeletionLog log;
+    if (log.isShared()) {
+        say(DeletionLog::kSharedMessage);
+        return 1;
+    }
     const std::vector<Target> targets = log.unfinished();
     if (targets.empty()) {
         say("Nothing is waiting to be deleted.");
