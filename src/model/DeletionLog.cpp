@@ -87,7 +87,7 @@ std::vector<DeletionLog::Target> decodeTargets(const std::optional<JsonValue>& j
         auto path = pathFromFileURL(url->asString());
         if (!path || path->find('\0') != std::string::npos || standardizePath(*path) != *path || *path == "/")
             return {};
-        targets.push_back({*path, name->asString(), size->asInt64(), url->asString().ends_with("/")});
+        targets.push_back({*path, name->asString(), size->asInt64(), url->asString().ends_with("/"), {}});
     }
     return targets;
 }
@@ -179,6 +179,8 @@ void DeletionLog::schedule(std::vector<Target> targets, double window, Verify ve
         if (finish) finish({}, {kSharedMessage});
         return;
     }
+    for (Target& target : targets)
+        if (!target.identity) target.identity = identifyItem(target.path);
     // A second delete ends the first window: that plan is carried out, its targets in flight before the new
     // plan is written, so both stay listed.
     if (auto previous = takePending()) perform(std::move(*previous));
@@ -297,8 +299,8 @@ void DeletionLog::removeNext(uint64_t id) {
         return;
     }
     QPointer<DeletionLog> self(this);
-    tasks_.start([self, id, path = target.path](std::stop_token) {
-        RemovalResult result = removeItem(path);
+    tasks_.start([self, id, path = target.path, identity = target.identity](std::stop_token) {
+        RemovalResult result = removeItem(path, identity);
         postToMain(self, [id, result](DeletionLog& log) { log.removed(id, result); });
     });
 }
@@ -374,7 +376,7 @@ void DeletionLog::commitBeforeQuitting() {
     std::set<std::string> known;
     for (const auto& item : items_) known.insert(item.originalPath);
     for (const Target& t : inFlight_) {
-        if (!platform::isDemo()) removeItem(t.path);
+        if (!platform::isDemo()) removeItem(t.path, t.identity);
         if (exists(t.path) || known.contains(t.path)) continue;
         record(t);
         known.insert(t.path);

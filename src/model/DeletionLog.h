@@ -6,6 +6,7 @@
 
 #ifndef Q_MOC_RUN
 #include "BackgroundTasks.h"
+#include "removal/RemoveItem.h"
 #include "util/Date.h"
 
 #include <cstdint>
@@ -22,7 +23,6 @@ class QTimer;
 
 namespace brenvo {
 
-struct RemovalResult;
 
 // The one engine every deletion goes through. A plan of targets first waits out its undo window, and while
 // it waits nothing on disk is touched: undo just drops the plan. When the window ends the items are removed
@@ -36,6 +36,7 @@ public:
         std::string name;
         int64_t size = 0;
         bool isDirectory = false;
+        std::optional<ItemIdentity> identity; // taken when the window opens; unknown after a restart
         bool operator==(const Target& other) const { return path == other.path; }
     };
     struct DeletedItem {

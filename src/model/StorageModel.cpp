@@ -790,7 +790,7 @@ void StorageModel::confirmDelete() {
     std::vector<DeletionLog::Target> targets;
     QSet<quint64> selection = selection_;
     for (const NodeRef& node : nodes) {
-        targets.push_back({node->path(), std::string(node->name()), node->size(), node->kind() != FileNode::Kind::file});
+        targets.push_back({node->path(), std::string(node->name()), node->size(), node->kind() != FileNode::Kind::file, {}});
         if (FileNode* parent = node->parent()) {
             pairs->emplace_back(node, NodeRef(parent));
             selection.remove(node->id());

@@ -50,7 +50,7 @@ struct Fixture {
     TempTree tree, state;
     std::string file() const { return state.path("deleted.json"); }
     Target target(const std::string& relative, bool directory = false) {
-        return {tree.path(relative), std::string(lastPathComponent(relative)), 100, directory};
+        return {tree.path(relative), std::string(lastPathComponent(relative)), 100, directory, {}};
     }
 };
 
@@ -137,6 +137,17 @@ TEST(DeletionLog, RefusedAndVanishedTargetsAreReported) {
     ASSERT_TRUE(waitFor([&] { return vanished.finished; }));
     ASSERT_EQ(vanished.failures.size(), 1u);
     EXPECT_EQ(vanished.failures[0], "\u201cgone\u201d: No such file or directory");
+
+    // Saved anew under the same name during the window (as editors do): not what was chosen, so it stays.
+    f.tree.file("draft.txt", 10);
+    Outcome replaced;
+    log.schedule({f.target("draft.txt")}, 0.2, nullptr, nullptr, replaced.callback());
+    f.tree.file("draft.txt.new", 20);
+    std::rename(f.tree.path("draft.txt.new").c_str(), f.tree.path("draft.txt").c_str());
+    ASSERT_TRUE(waitFor([&] { return replaced.finished; }));
+    ASSERT_EQ(replaced.failures.size(), 1u);
+    EXPECT_EQ(replaced.failures[0], "\u201cdraft.txt\u201d changed before it could be removed; it was left in place.");
+    EXPECT_TRUE(exists(f.tree.path("draft.txt")));
     EXPECT_TRUE(log.items().empty());
 }
 

@@ -270,7 +270,7 @@ TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {
     {
         // What a run killed inside its undo window leaves: the crash-safety file and the file itself.
         StorageModel crashed;
-        crashed.deletions().schedule({{tree.path("left-behind.bin"), "left-behind.bin", 5000, false}}, 60, nullptr,
+        crashed.deletions().schedule({{tree.path("left-behind.bin"), "left-behind.bin", 5000, false, {}}}, 60, nullptr,
                                      nullptr, nullptr);
         // No quit path runs: the model is dropped the way a killed process drops it.
     }
@@ -290,7 +290,7 @@ TEST(Shell, QuittingInsideAnUndoWindowCarriesTheDeletionThrough) {
     tree.file("going/x.bin", 5000);
     StorageModel model;
     AppDelegate delegate;
-    model.deletions().schedule({{tree.path("going"), "going", 5000, true}}, 60, nullptr, nullptr, nullptr);
+    model.deletions().schedule({{tree.path("going"), "going", 5000, true, {}}}, 60, nullptr, nullptr, nullptr);
     delegate.applicationWillTerminate(); // what Quit, the last window closing and SIGTERM all end in
     EXPECT_FALSE(std::filesystem::exists(tree.path("going")));
     ASSERT_FALSE(model.deletions().items().empty());

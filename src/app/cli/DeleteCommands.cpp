@@ -230,7 +230,7 @@ int deleteCommand(const std::vector<std::string>& args) {
             leftOut = true;
             continue;
         }
-        Target target{c.path, name, c.linkSize, false};
+        Target target{c.path, name, c.linkSize, false, {}};
         if (!c.isLink) {
             try {
                 NodeRef node = DiskScanner(250).scan(c.path);

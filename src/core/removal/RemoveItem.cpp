@@ -243,7 +243,6 @@ RemovalResult changedBefore(const std::string& name) {
     return failure(EAGAIN, quoted(name) + " changed before it could be removed; it was left in place.");
 }
 
-// The folder holding the item, following links as the path says; by components when the path is long.
 // The folder holding the item, reached one component at a time without following any link: the paths
 // given are real paths, so a link found on the way was put there since, and must not lead elsewhere.
 int openParent(const std::string& path, fs::Descriptor& out) {
@@ -272,7 +271,13 @@ int openParent(const std::string& path, fs::Descriptor& out) {
 
 } // namespace
 
-RemovalResult removeItem(const std::string& path) {
+std::optional<ItemIdentity> identifyItem(const std::string& path) {
+    Identity found;
+    if (identify(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, found) != 0) return std::nullopt;
+    return ItemIdentity{found.device, found.inode};
+}
+
+RemovalResult removeItem(const std::string& path, const std::optional<ItemIdentity>& expected) {
     std::string_view trimmed = path;
     while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.remove_suffix(1);
     if (trimmed.empty() || trimmed == "/") return failure(EINVAL);
@@ -287,6 +292,7 @@ RemovalResult removeItem(const std::string& path) {
     if (int e = openParent(parentPath, parent)) return failure(e);
     Identity item;
     if (int e = identifyEntry(parent.get(), name.c_str(), item)) return failure(e);
+    if (expected && (expected->device != item.device || expected->inode != item.inode)) return changedBefore(name);
     if (!item.isDirectory) {
         if (::unlinkat(parent.get(), name.c_str(), 0) != 0) return failure(errno);
         return {};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace brenvo {
@@ -13,10 +15,17 @@ struct RemovalResult {
     std::string message;
 };
 
-// Removes the file, symbolic link or whole folder tree at `path`. Links on the way to the item are followed
-// as part of the path's meaning; the item itself and everything below it never are, and no other mounted
-// file system is entered. Stops at the first error, so a folder may be left partly removed; another disk
+// Which item a path named when it was chosen; a different one there later is not the user's choice.
+struct ItemIdentity {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+};
+std::optional<ItemIdentity> identifyItem(const std::string& path);
+
+// Removes the file, symbolic link or whole folder tree at `path`. No link is followed, on the way to the
+// item or below it (the path must be a real path), and no other mounted file system is entered. With
+// `expected`, an item that is not that one is left in place (EAGAIN). Stops at the first error, so a folder may be left partly removed; another disk
 // inside a folder is found before anything is removed. "/" and an empty path are refused (EINVAL).
-RemovalResult removeItem(const std::string& path);
+RemovalResult removeItem(const std::string& path, const std::optional<ItemIdentity>& expected = std::nullopt);
 
 } // namespace brenvo
