@@ -9,11 +9,13 @@
 #include "platform/Platform.h"
 #include "removal/RemoveItem.h"
 #include "tree/FileNode.h"
+#include "util/AtomicFile.h"
 #include "util/FileURL.h"
 
 #include <QTimer>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -37,17 +39,10 @@ std::string quotedName(const std::string& name) { return "\u201c" + name + "\u20
 
 std::string uuidText(const QUuid& id) { return id.toString(QUuid::WithoutBraces).toUpper().toStdString(); }
 
-// Written beside the target and renamed over it, so a reader finds the old file or the new one, never half.
+// Both files are what lets a crash lose nothing: a write that fails is worth a word in the log.
 void writeAtomically(const std::string& path, const std::string& text) {
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    const std::string temporary = path + ".tmp-" + std::to_string(::getpid());
-    std::FILE* out = std::fopen(temporary.c_str(), "wb");
-    if (!out) return;
-    const bool written = std::fwrite(text.data(), 1, text.size(), out) == text.size();
-    const bool flushed = std::fflush(out) == 0 && ::fsync(::fileno(out)) == 0;
-    if (std::fclose(out) != 0 || !written || !flushed || std::rename(temporary.c_str(), path.c_str()) != 0)
-        std::remove(temporary.c_str());
+    if (!writeFileAtomically(path, text, true))
+        qWarning("Brenvo couldn't save %s: %s", path.c_str(), std::strerror(errno));
 }
 
 std::optional<JsonValue> readJson(const std::string& path) {

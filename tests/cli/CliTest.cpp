@@ -14,6 +14,7 @@
 
 using namespace brenvo;
 using brenvo::test::TempTree;
+using brenvo::test::slurp;
 
 extern char** environ;
 
@@ -24,13 +25,6 @@ struct CliRun {
     std::string out;
     std::string err;
 };
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // Runs brenvo-cli with the given arguments; standard output goes to `stdoutPath` when one is given.
 CliRun cli(std::vector<std::string> args, const std::string& stdoutPath = {}) {

@@ -23,17 +23,11 @@
 
 using namespace brenvo;
 using brenvo::test::TempTree;
+using brenvo::test::slurp;
 
 extern char** environ;
 
 namespace {
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 bool exists(const std::string& path) {
     struct stat st;

@@ -5,6 +5,7 @@
 #include "platform/Platform.h"
 #include "plist/BinaryReader.h"
 #include "plist/BinaryWriter.h"
+#include "util/AtomicFile.h"
 #include "scan/DiskScanner.h"
 
 #include <cstdio>
@@ -15,16 +16,10 @@
 
 using namespace brenvo;
 using brenvo::test::TempTree;
+using brenvo::test::slurp;
 using brenvo::test::treeText;
 
 namespace {
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string encode(const FileNode& root, Date date) {
     std::FILE* memory = std::tmpfile();
@@ -229,4 +224,31 @@ TEST(ScanCache, AStandardReaderReadsOurFiles) {
     EXPECT_NE(out.find("r\xc3\xa9sum\xc3\xa9 \xf0\x9f\x93\x81.pdf"), std::string::npos) << out;
     EXPECT_NE(out.find("3 "), std::string::npos) << out;                  // the aggregate of docs
     EXPECT_NE(out.find("False False 0 empty"), std::string::npos) << out; // no r, no ch
+}
+
+TEST(AtomicFile, AFailedWriteLeavesTheOldFileAndNoLitter) {
+    using namespace brenvo;
+    test::TempTree dir;
+    dir.file("record.json", 0);
+    ASSERT_TRUE(writeFileAtomically(dir.path("record.json"), "old", true));
+    EXPECT_EQ(test::slurp(dir.path("record.json")), "old");
+
+    // A folder where the file should be can't be replaced by a file: the rename fails.
+    dir.file("taken/x", 1);
+    EXPECT_FALSE(writeFileAtomically(dir.path("taken"), "new", false));
+    EXPECT_EQ(errno, EISDIR);
+    // A file where its folder should be: nothing can be made there.
+    EXPECT_FALSE(writeFileAtomically(dir.path("record.json/inner"), "new", false));
+    // A full disk fails at the flush, and the temporary is cleaned up.
+    if (std::filesystem::exists("/dev/full")) {
+        std::FILE* full = std::fopen("/dev/full", "wb");
+        ASSERT_NE(full, nullptr);
+        std::fputs("text", full);
+        EXPECT_FALSE(closeTemporary(full, dir.path("never-made"), true));
+        EXPECT_EQ(errno, ENOSPC);
+    }
+    EXPECT_EQ(test::slurp(dir.path("record.json")), "old");
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(dir.root())) ++entries;
+    EXPECT_EQ(entries, 2u); // record.json and taken, no temporaries
 }

@@ -15,6 +15,7 @@
 using namespace brenvo;
 using brenvo::test::settle;
 using brenvo::test::TempTree;
+using brenvo::test::slurp;
 using brenvo::test::waitFor;
 using Target = DeletionLog::Target;
 using Phase = DeletionLog::Phase;
@@ -24,13 +25,6 @@ namespace {
 bool exists(const std::string& path) {
     struct stat st;
     return ::lstat(path.c_str(), &st) == 0;
-}
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 struct Outcome {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -32,5 +34,13 @@ private:
 // time, as counted by find(1): an independent check of the scanner's totals.
 long long findAllocatedBytes(const std::string& path);
 long long findFileCount(const std::string& path);
+
+// A whole file's bytes; empty when it can't be read.
+inline std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
 
 } // namespace brenvo::test

@@ -3,6 +3,7 @@
 #include "json/JsonWriter.h"
 #include "plist/BinaryReader.h"
 #include "plist/BinaryWriter.h"
+#include "util/AtomicFile.h"
 #include "util/FileURL.h"
 #include "util/SerialQueue.h"
 #include "util/Sha256.h"
@@ -62,29 +63,6 @@ std::string withoutExtension(const std::string& path) {
     auto dot = path.rfind('.');
     auto slash = path.rfind('/');
     return dot != std::string::npos && (slash == std::string::npos || dot > slash) ? path.substr(0, dot) : path;
-}
-
-bool makeFolder(const std::string& folder) {
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    return !error;
-}
-
-// A temporary file beside `target`, so the final rename replaces the old file in one step.
-std::FILE* openTemporary(const std::string& folder, std::string& name) {
-    if (!makeFolder(folder)) return nullptr;
-    std::string pattern = folder + "/.brenvo-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back(0);
-    int fd = ::mkostemp(buffer.data(), O_CLOEXEC);
-    if (fd < 0) return nullptr;
-    name = buffer.data();
-    std::FILE* file = ::fdopen(fd, "wb");
-    if (!file) {
-        ::close(fd);
-        ::unlink(name.c_str());
-    }
-    return file;
 }
 
 // Moves a finished temporary file into place on the write queue, after every earlier write.
@@ -281,26 +259,19 @@ void save(const FileNode& root, std::string_view locationPath, Date date, const 
     if (!baseline) {
         std::string summary = makeSummary(root, date);
         std::string target = summaryPath(locationPath, folder);
-        writeQueue().post([summary = std::move(summary), target, folder] {
-            std::string temporary;
-            std::FILE* file = openTemporary(folder, temporary);
-            if (!file) return;
-            const bool written = std::fwrite(summary.data(), 1, summary.size(), file) == summary.size();
-            if (std::fclose(file) != 0 || !written) {
-                ::unlink(temporary.c_str());
-                return;
-            }
-            if (::rename(temporary.c_str(), target.c_str()) != 0) ::unlink(temporary.c_str());
+        writeQueue().post([summary = std::move(summary), target] {
+            writeFileAtomically(target, summary, false); // a summary that failed is made again next time
         });
     }
     std::string temporary;
-    std::FILE* file = openTemporary(folder, temporary);
+    std::FILE* file = openTemporaryIn(folder, temporary);
     if (!file) return;
-    const bool written = encodeSnapshot(root, date, file);
-    if (std::fclose(file) != 0 || !written) {
+    if (!encodeSnapshot(root, date, file)) {
+        std::fclose(file);
         ::unlink(temporary.c_str());
         return;
     }
+    if (!closeTemporary(file, temporary, false)) return;
     replaceLater(std::move(temporary), fileURL(locationPath, folder, baseline));
 }
 
