@@ -13,7 +13,6 @@
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 #include <vector>
@@ -56,31 +55,9 @@ int identifyEntry(int dir, const char* name, Identity& out) {
 
 int identifyOpen(int fd, Identity& out) { return identify(fd, "", AT_EMPTY_PATH, out); }
 
-// Every entry of an open folder as records of one type byte (DT_UNKNOWN on some file systems) and a
-// NUL-terminated name. Read whole before anything goes, as removing while reading may skip names.
-int listEntries(int dir, std::string& out) {
-    out.clear();
-    alignas(8) char buffer[32 * 1024];
-    while (true) {
-        long n = ::syscall(SYS_getdents64, dir, buffer, sizeof buffer);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return errno;
-        }
-        if (n == 0) return 0;
-        for (long offset = 0; offset < n;) {
-            // struct linux_dirent64: d_ino, d_off, d_reclen, d_type, d_name
-            unsigned short reclen;
-            std::memcpy(&reclen, buffer + offset + 16, sizeof reclen);
-            const char type = buffer[offset + 18];
-            const char* name = buffer + offset + 19;
-            offset += reclen;
-            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
-            out.push_back(type);
-            out.append(name, std::strlen(name) + 1);
-        }
-    }
-}
+// Every entry of an open folder, each a type byte and a name (see fs::listDirectory). Read whole before
+// anything goes, as removing while reading may skip names.
+int listEntries(int dir, std::string& out) { return fs::listDirectory(dir, out, true); }
 
 RemovalResult failure(int error) { return {false, error, std::strerror(error)}; }
 

@@ -52,8 +52,9 @@ int openDirectoryAt(int dir, const char* name, Descriptor& out);
 int openDirectoryPath(std::string_view path, Descriptor& out);
 
 // Every name in an open directory, "." and ".." left out, as NUL-terminated strings one after another in
-// `names`. All or nothing: errno on failure, and `names` is then meaningless.
-int listDirectory(int dir, std::string& names);
+// `names`; `withTypes` puts each entry's type byte (DT_*, DT_UNKNOWN on some file systems) before its name.
+// All or nothing: errno on failure, and `names` is then meaningless.
+int listDirectory(int dir, std::string& names, bool withTypes = false);
 
 // Raises the open-file limit to the hard limit: a deep walk keeps one descriptor per level.
 void raiseDescriptorLimit();

@@ -103,7 +103,7 @@ int openDirectoryPath(std::string_view path, Descriptor& out) {
     return 0;
 }
 
-int listDirectory(int dir, std::string& names) {
+int listDirectory(int dir, std::string& names, bool withTypes) {
     names.clear();
     alignas(8) char buffer[32 * 1024];
     while (true) {
@@ -117,9 +117,11 @@ int listDirectory(int dir, std::string& names) {
             // struct linux_dirent64: d_ino, d_off, d_reclen, d_type, d_name
             unsigned short reclen;
             std::memcpy(&reclen, buffer + offset + 16, sizeof reclen);
+            const char type = buffer[offset + 18];
             const char* name = buffer + offset + 19;
             offset += reclen;
             if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
+            if (withTypes) names.push_back(type);
             names.append(name, std::strlen(name) + 1);
         }
     }
