@@ -392,20 +392,24 @@ void DeletionLog::save() {
     std::string text;
     {
         JsonWriter out(text);
-        out.beginArray();
-        for (const auto& item : items_) {
-            out.beginObject();
-            out.field("id", uuidText(item.id));
-            out.field("name", item.name);
-            out.field("originalPath", item.originalPath);
-            out.field("size", item.size);
-            out.field("date", item.date.seconds);
-            out.endObject();
-        }
-        out.endArray();
+        writeItems(out, items_);
         out.finish();
     }
     writeAtomically(file_, text);
+}
+
+void DeletionLog::writeItems(JsonWriter& out, const std::vector<DeletedItem>& items) {
+    out.beginArray();
+    for (const auto& item : items) {
+        out.beginObject();
+        out.field("id", uuidText(item.id));
+        out.field("name", item.name);
+        out.field("originalPath", item.originalPath);
+        out.field("size", item.size);
+        out.field("date", item.date.seconds);
+        out.endObject();
+    }
+    out.endArray();
 }
 
 void DeletionLog::saveUnfinished() {

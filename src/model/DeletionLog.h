@@ -23,6 +23,8 @@ class QTimer;
 
 namespace brenvo {
 
+class JsonWriter;
+
 
 // The one engine every deletion goes through. A plan of targets first waits out its undo window, and while
 // it waits nothing on disk is touched: undo just drops the plan. When the window ends the items are removed
@@ -92,6 +94,8 @@ public:
     void clearRecord();
 
     const std::vector<DeletedItem>& items() const { return items_; }
+    // The record as it is stored: an array of items, newest first.
+    static void writeItems(JsonWriter& out, const std::vector<DeletedItem>& items);
     const std::optional<Pending>& pending() const { return pending_; }
     const std::vector<Target>& inFlight() const { return inFlight_; }
     const std::vector<Target>& unfinished() const { return unfinished_; }

@@ -372,17 +372,7 @@ int deletedCommand(const std::vector<std::string>& args) {
     if (!args.empty()) return usageError("deleted takes no arguments");
     DeletionLog log;
     JsonWriter out(stdout, JsonWriter::Style::Pretty);
-    out.beginArray();
-    for (const DeletionLog::DeletedItem& item : log.items()) {
-        out.beginObject();
-        out.field("id", item.id.toString(QUuid::WithoutBraces).toUpper().toStdString());
-        out.field("name", item.name);
-        out.field("originalPath", item.originalPath);
-        out.field("size", item.size);
-        out.field("date", item.date.seconds);
-        out.endObject();
-    }
-    out.endArray();
+    DeletionLog::writeItems(out, log.items());
     const int error = out.finish() ? 0 : out.error(); // the pretty style ends with its own newline
     if (error == EPIPE) return 0; // the reader stopped reading: nothing to report
     if (error) {
