@@ -2,6 +2,7 @@
 
 #include "Text.h"
 #include "platform/Platform.h"
+#include "util/Paths.h"
 
 #include <QSettings>
 #include <algorithm>
@@ -60,8 +61,7 @@ void setHasSeenWelcome(bool seen) { write(kHasSeenWelcome, seen); }
 bool isExcluded(std::string_view path) {
     for (const QString& entry : excludedFolders()) {
         const std::string folder = toBytes(entry);
-        if (path == folder || (path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/'))
-            return true;
+        if (isInside(path, folder)) return true;
     }
     return false;
 }

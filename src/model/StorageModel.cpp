@@ -9,6 +9,7 @@
 #include "live/LiveChangePlan.h"
 #include "platform/Platform.h"
 #include "scan/FileSystem.h"
+#include "util/Paths.h"
 
 #include <QMimeDatabase>
 #include <fcntl.h>
@@ -131,14 +132,12 @@ ScanLocation StorageModel::bestLocation(const std::string& path) {
     const Profile& profile = platform::profile();
     for (const ScanLocation& place : {ScanLocation::downloads(), ScanLocation::desktop(), ScanLocation::documents(),
                                       ScanLocation::iCloudDrive()}) {
-        if (path.starts_with(place.path(profile) + "/")) return place;
+        if (isBelow(path, place.path(profile))) return place;
     }
-    const bool inHome = path.starts_with(profile.home + "/");
-    const bool inLibrary = !profile.libraryPath.empty() &&
-                           (path == profile.libraryPath || path.starts_with(profile.libraryPath + "/"));
+    const bool inHome = isBelow(path, profile.home);
+    const bool inLibrary = isInside(path, profile.libraryPath);
     if (inHome && !inLibrary) return ScanLocation::home();
-    auto slash = path.rfind('/');
-    return ScanLocation::custom(slash == 0 ? std::string("/") : path.substr(0, slash));
+    return ScanLocation::custom(parentPath(path));
 }
 
 void StorageModel::explore(const std::string& path) {
@@ -465,7 +464,7 @@ void StorageModel::applyReveal(bool final) {
     for (bool stepped = true; stepped;) {
         stepped = false;
         for (FileNode* child : at->children()) {
-            if (child->isFolder() && wanted.starts_with(child->path() + "/")) {
+            if (child->isFolder() && isBelow(wanted, child->path())) {
                 at = child;
                 stepped = true;
                 break;

@@ -9,6 +9,7 @@
 #include "format/Formatters.h"
 #include "StorageModel.h"
 #include "Text.h"
+#include "util/Paths.h"
 
 #include <QAction>
 #include <QLabel>
@@ -82,8 +83,7 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     connect(&model_, &StorageModel::openRequested, this, [](const std::string& path) { openPath(path); });
     // Without a file manager that can select an item, its folder is opened.
     connect(&model_, &StorageModel::revealRequested, this, [](const std::string& path) {
-        auto slash = path.rfind('/');
-        openPath(slash == 0 ? std::string("/") : path.substr(0, slash));
+        openPath(parentPath(path));
     });
 
     // The one place where a scan starts from a change of location.

@@ -6,6 +6,7 @@
 #include "Words.h"
 #include "format/Formatters.h"
 #include "platform/Platform.h"
+#include "util/Paths.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -86,8 +87,7 @@ void RecentlyDeletedView::refresh() {
     const Date now = Date::now();
     for (const auto& item : items) {
         total += item.size;
-        auto slash = item.originalPath.rfind('/');
-        const std::string folder = slash == 0 ? "/" : item.originalPath.substr(0, slash);
+        const std::string folder = parentPath(item.originalPath);
         auto* row = new QTreeWidgetItem(rows_);
         row->setText(0, QStringLiteral("%1\nFrom %2 \u00b7 %3")
                             .arg(toQString(item.name), displayPath(folder),

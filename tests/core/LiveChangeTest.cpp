@@ -128,3 +128,18 @@ TEST(ChangeTracker, Labels) {
     EXPECT_EQ(ChangeTracker::label(-3, true), "New");
     EXPECT_EQ(ChangeTracker::label(INT64_MIN, false), "\u22129.22 EB");
 }
+
+TEST(Paths, InsideBelowAndParent) {
+    EXPECT_TRUE(isInside("/a/b", "/a/b"));
+    EXPECT_FALSE(isBelow("/a/b", "/a/b"));
+    EXPECT_TRUE(isBelow("/a/b/c", "/a/b"));
+    EXPECT_FALSE(isInside("/a/bc", "/a/b")); // a shared prefix is not a folder
+    EXPECT_TRUE(isBelow("/x", "/"));
+    EXPECT_FALSE(isBelow("/", "/"));
+    EXPECT_FALSE(isInside("/a", "")); // a place a profile doesn't have holds nothing
+    EXPECT_FALSE(isBelow("/a", ""));
+    EXPECT_EQ(parentPath("/a/b"), "/a");
+    EXPECT_EQ(parentPath("/a"), "/");
+    EXPECT_EQ(parentPath("/"), "");
+    EXPECT_EQ(parentPath("name"), "");
+}

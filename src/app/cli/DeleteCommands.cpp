@@ -10,6 +10,7 @@
 #include "scan/DiskScanner.h"
 #include "tree/FileNode.h"
 #include "util/Date.h"
+#include "util/Paths.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -150,10 +151,6 @@ std::string resolve(const std::string& given, bool isLink) {
     return joinPath(DiskScanner::realPath(folder), lastPathComponent(given));
 }
 
-bool inside(const std::string& path, const std::string& folder) {
-    return path.size() > folder.size() && path.starts_with(folder) && (folder == "/" || path[folder.size()] == '/');
-}
-
 struct Candidate {
     std::string given, path;
     bool isLink = false, isFolder = false;
@@ -222,7 +219,7 @@ int deleteCommand(const std::vector<std::string>& args) {
     for (const Candidate& c : candidates) {
         // An item inside another that goes anyway goes with it, whatever it is on its own.
         if (std::any_of(candidates.begin(), candidates.end(),
-                        [&](const Candidate& o) { return !o.blocked && inside(c.path, o.path); }))
+                        [&](const Candidate& o) { return !o.blocked && isBelow(c.path, o.path); }))
             continue;
         const std::string name(lastPathComponent(c.path));
         if (c.blocked) {

@@ -3,6 +3,7 @@
 #include "explain/RemovedApps.h"
 #include "format/Formatters.h"
 #include "tree/FileNode.h"
+#include "util/Paths.h"
 
 #include <algorithm>
 #include <ctime>
@@ -31,11 +32,6 @@ const std::map<Category, std::set<std::string>>& extensionTable() {
                              "logicx", "imovielibrary"}},
     };
     return table;
-}
-
-bool inside(const std::string& path, const std::string& folder) {
-    return !folder.empty() && (path == folder || (path.size() > folder.size() && path.starts_with(folder) &&
-                                                  path[folder.size()] == '/'));
 }
 
 std::string replaceAll(std::string text, std::string_view key, std::string_view value) {
@@ -117,7 +113,7 @@ Explanation installerExplanation(const FileNode& node, const InstalledApp& app, 
 Explanation describe(const FileNode& node, const ExplainContext& context, const Words& say) {
     const Profile& profile = *context.profile;
     const std::string path = node.path();
-    const bool inDownloads = inside(path, profile.downloadsPath) && path != profile.downloadsPath;
+    const bool inDownloads = isInside(path, profile.downloadsPath) && path != profile.downloadsPath;
     Explanation e;
     switch (Explainer::category(node, profile)) {
     case Category::folder:
@@ -256,10 +252,8 @@ std::optional<int64_t> FileFacts::fullSize(const std::string& path) {
 bool isDeletableFile(const std::string& path) {
     struct stat item, folder;
     if (::lstat(path.c_str(), &item) != 0) return false;
-    auto slash = path.rfind('/');
-    if (slash == std::string::npos) return false;
-    const std::string parent = slash == 0 ? std::string("/") : path.substr(0, slash);
-    if (path == "/" || ::access(parent.c_str(), W_OK | X_OK) != 0 || ::stat(parent.c_str(), &folder) != 0) return false;
+    const std::string parent = parentPath(path);
+    if (parent.empty() || ::access(parent.c_str(), W_OK | X_OK) != 0 || ::stat(parent.c_str(), &folder) != 0) return false;
     if (folder.st_mode & S_ISVTX) {
         const uid_t me = ::geteuid();
         return me == 0 || item.st_uid == me || folder.st_uid == me;
@@ -351,9 +345,8 @@ std::optional<std::string> ageNote(std::optional<Date> date, Date now) { return 
 Explanation explain(const FileNode& node, const FileNode* scanRoot, const ExplainContext& context) {
     const Profile& profile = *context.profile;
     const Words say{profile};
-    std::string path = node.path();
-    if (path.starts_with("/System/Volumes/Data/")) path.erase(0, 20);
-    const bool inICloud = inside(path, profile.iCloudDrivePath);
+    const std::string path = withoutDataVolumePrefix(node.path());
+    const bool inICloud = isInside(path, profile.iCloudDrivePath);
 
     if (node.isAggregate()) // 1
         return {say.fill("{count} files that are each too small to list on their own, added together.",
@@ -361,7 +354,7 @@ Explanation explain(const FileNode& node, const FileNode* scanRoot, const Explai
                 std::nullopt, Safety::protected_, say("Open the folder in Finder to look through these individually.")};
     if (auto reason = node.skippedReason()) // 2
         return {std::string(*reason), std::nullopt, Safety::protected_, say("Brenvo won't delete anything from here.")};
-    if (inside(path, profile.libraryPath) && !inICloud) // 3
+    if (isInside(path, profile.libraryPath) && !inICloud) // 3
         return {say("Part of your Library folder, where apps keep their settings, caches and data."), std::nullopt,
                 Safety::protected_,
                 say("Removing items here can break apps or lose data. For the parts that are safe to clear, like app "

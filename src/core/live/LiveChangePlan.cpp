@@ -4,18 +4,9 @@
 
 namespace brenvo {
 
-bool isBelow(const std::string& path, const std::string& folder) {
-    if (folder == "/") return path.size() > 1 && path.front() == '/';
-    return path.size() > folder.size() + 1 && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
-bool isInside(const std::string& path, const std::string& folder) { return path == folder || isBelow(path, folder); }
-
 std::string normalizeEventPath(std::string path) {
     if (path.size() >= 2 && path.back() == '/') path.pop_back();
-    static constexpr std::string_view firmlink = "/System/Volumes/Data/";
-    if (path.starts_with(firmlink)) path.erase(0, firmlink.size() - 1);
-    return path;
+    return withoutDataVolumePrefix(std::move(path));
 }
 
 bool touches(const std::optional<std::set<std::string>>& changed, const std::string& path) {
@@ -27,12 +18,6 @@ bool touches(const std::optional<std::set<std::string>>& changed, const std::str
 }
 
 namespace {
-
-std::string parentPath(const std::string& path) {
-    auto slash = path.rfind('/');
-    if (slash == std::string::npos) return {};
-    return slash == 0 ? std::string("/") : path.substr(0, slash);
-}
 
 bool insideAny(const std::string& path, const std::vector<std::string>& folders) {
     return std::any_of(folders.begin(), folders.end(), [&](const std::string& f) { return isBelow(path, f); });

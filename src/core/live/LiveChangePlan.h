@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tree/FileNode.h"
+#include "util/Paths.h"
 
 #include <functional>
 #include <optional>
@@ -36,10 +37,5 @@ std::string normalizeEventPath(std::string path);
 // Whether a place may have changed, given the folders the system reports as changed; an unknown set means
 // anything may have.
 bool touches(const std::optional<std::set<std::string>>& changed, const std::string& path);
-
-// `path` equals `folder` or lies inside it.
-bool isInside(const std::string& path, const std::string& folder);
-// `path` lies strictly inside `folder`.
-bool isBelow(const std::string& path, const std::string& folder);
 
 } // namespace brenvo

@@ -2,6 +2,7 @@
 
 #include "scan/FileSystem.h"
 #include "util/Checked.h"
+#include "util/Paths.h"
 
 #include <algorithm>
 #include <atomic>
@@ -220,12 +221,6 @@ private:
     };
 
     bool stopped() const { return stop_.stop_requested(); }
-
-    static std::string parentPath(const std::string& path) {
-        auto slash = path.rfind('/');
-        if (slash == std::string::npos) return {};
-        return slash == 0 ? std::string("/") : path.substr(0, slash);
-    }
 
     void work(Worker& worker) {
         while (true) {
@@ -498,9 +493,7 @@ std::string DiskScanner::realPath(const std::string& path) {
         out = resolved;
         std::free(resolved);
     }
-    static constexpr std::string_view firmlink = "/System/Volumes/Data/";
-    if (out.starts_with(firmlink)) out.erase(0, firmlink.size() - 1);
-    return out;
+    return withoutDataVolumePrefix(std::move(out));
 }
 
 NodeRef DiskScanner::scan(const std::string& path, std::stop_token stop) { return run(path, std::move(stop), 1); }

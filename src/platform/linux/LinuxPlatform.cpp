@@ -1,6 +1,7 @@
 // The Linux side of the platform seam: the home folder, the freedesktop profile, the mount table.
 #include "MountTable.h"
 #include "platform/Platform.h"
+#include "util/Paths.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -112,7 +113,7 @@ std::optional<Date> lastOpened(const std::string& path) {
     auto entries = MountTable::entries(text.str());
     for (const auto& entry : entries) {
         const std::string& point = entry.mountPoint;
-        const bool holds = point == "/" || path == point || (path.starts_with(point) && path[point.size()] == '/');
+        const bool holds = isInside(path, point);
         if (holds && (!best || point.size() >= best->mountPoint.size())) best = &entry;
     }
     if (best && ("," + best->options + ",").find(",noatime,") != std::string::npos) return std::nullopt;

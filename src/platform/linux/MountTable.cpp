@@ -1,4 +1,5 @@
 #include "MountTable.h"
+#include "util/Paths.h"
 
 #include <fstream>
 #include <set>
@@ -54,9 +55,7 @@ bool isVirtualFileSystem(const std::string& type) {
 // The system's own places: devices, kernel views, runtime state, boot files, snaps and container storage.
 // Removable media mounted under /run/media are the user's.
 bool isSystemPlace(const std::string& path) {
-    auto within = [&](std::string_view folder) {
-        return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
-    };
+    auto within = [&](std::string_view folder) { return isInside(path, folder); };
     if (within("/run/media") && path != "/run/media") return false;
     for (std::string_view folder : {"/proc", "/sys", "/dev", "/run", "/boot", "/snap", "/var/lib/snapd",
                                     "/var/lib/docker", "/var/lib/containers"})
