@@ -1,10 +1,11 @@
 #pragma once
 
 #include <QObject>
-
-class QSocketNotifier;
+#include <memory>
 
 namespace brenvo {
+
+class SignalBridge;
 
 // What the application does around its windows: SIGTERM takes the same orderly path as Quit, and
 // quitting carries a deletion still inside its undo window through first.
@@ -22,7 +23,7 @@ public:
     static bool shouldTerminateAfterLastWindowClosed();
 
 private:
-    QSocketNotifier* notifier_ = nullptr;
+    std::unique_ptr<SignalBridge> sigterm_;
 };
 
 } // namespace brenvo

@@ -3,6 +3,7 @@
 #include "DeleteCommands.h"
 
 #include "DeletionLog.h"
+#include "SignalBridge.h"
 #include "StorageModel.h"
 #include "format/Formatters.h"
 #include "json/JsonWriter.h"
@@ -13,7 +14,6 @@
 #include "util/Paths.h"
 
 #include <QCoreApplication>
-#include <QSocketNotifier>
 #include <QTimer>
 
 #include <algorithm>
@@ -29,7 +29,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -59,43 +58,6 @@ struct EventLoop {
     char name[11] = "brenvo-cli";
     char* argv[2] = {name, nullptr};
     QCoreApplication app{argc, argv};
-};
-
-// A signal handler may only write to a descriptor; the event loop reads the other end and acts there.
-int signalPair[2] = {-1, -1};
-constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-
-void forwardSignal(int signal) {
-    const char byte = static_cast<char>(signal);
-    [[maybe_unused]] ssize_t written = ::write(signalPair[0], &byte, 1);
-}
-
-class Signals {
-public:
-    explicit Signals(std::function<void(int)> handle) {
-        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, signalPair) != 0) return;
-        notifier_ = std::make_unique<QSocketNotifier>(signalPair[1], QSocketNotifier::Read);
-        QObject::connect(notifier_.get(), &QSocketNotifier::activated, notifier_.get(), [handle = std::move(handle)] {
-            char byte;
-            while (::read(signalPair[1], &byte, 1) > 0) handle(byte);
-        });
-        struct sigaction action = {};
-        action.sa_handler = forwardSignal;
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = SA_RESTART;
-        for (int signal : kSignals) sigaction(signal, &action, nullptr);
-    }
-    ~Signals() {
-        if (!notifier_) return;
-        for (int signal : kSignals) std::signal(signal, SIG_DFL);
-        notifier_.reset();
-        for (int& fd : signalPair) ::close(std::exchange(fd, -1));
-    }
-    Signals(const Signals&) = delete;
-    Signals& operator=(const Signals&) = delete;
-
-private:
-    std::unique_ptr<QSocketNotifier> notifier_;
 };
 
 // Asked on standard error; read from standard input whether or not it is a terminal, so scripts can answer.
@@ -281,7 +243,7 @@ int deleteCommand(const std::vector<std::string>& args) {
         end(report(targets, deleted, failures, leftOut));
     };
     bool warned = false;
-    Signals interrupts([&](int signal) {
+    SignalBridge interrupts({SIGINT, SIGTERM, SIGHUP}, [&](int signal) {
         if (ended) return;
         if (signal != SIGINT) {
             quit();
@@ -291,6 +253,7 @@ int deleteCommand(const std::vector<std::string>& args) {
             say("It's too late to undo: the items are being deleted.");
         }
     });
+    interrupts.listen();
 
     QTimer countdown;
     auto tick = [&] {
