@@ -832,7 +832,16 @@ void StorageModel::confirmDelete() {
             model.setErrorMessage(QString::fromStdString(message));
         }
     };
-    deletions_->schedule(std::move(targets), DeletionLog::windowSeconds(), nullptr, std::move(undo), std::move(finish));
+    // When the window ends, an item that became unsafe meanwhile (its app was opened, say) is skipped.
+    auto verify = [self](const std::vector<DeletionLog::Target>& planned) {
+        if (!self) return planned;
+        std::vector<DeletionLog::Target> fit;
+        for (const auto& target : planned)
+            if (!self->collectBlockReason(target.path, target.isDirectory)) fit.push_back(target);
+        return fit;
+    };
+    deletions_->schedule(std::move(targets), DeletionLog::windowSeconds(), std::move(verify), std::move(undo),
+                         std::move(finish));
 }
 
 std::optional<std::string> StorageModel::collectBlockReason(const std::string& path, bool isFolder) const {
