@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cerrno>
 #include <charconv>
+#include <concepts>
 #include <cmath>
 #include <utility>
 
@@ -95,19 +96,22 @@ void JsonWriter::null() {
     afterValue();
 }
 
+namespace {
+void appendInteger(std::string& out, std::integral auto number) {
+    char text[24];
+    out.append(text, std::to_chars(text, text + sizeof text, number).ptr);
+}
+} // namespace
+
 void JsonWriter::writeSigned(std::int64_t number) {
     beforeValue();
-    char text[24];
-    const auto result = std::to_chars(text, text + sizeof text, number);
-    buffer_.append(text, result.ptr);
+    appendInteger(buffer_, number);
     afterValue();
 }
 
 void JsonWriter::writeUnsigned(std::uint64_t number) {
     beforeValue();
-    char text[24];
-    const auto result = std::to_chars(text, text + sizeof text, number);
-    buffer_.append(text, result.ptr);
+    appendInteger(buffer_, number);
     afterValue();
 }
 
