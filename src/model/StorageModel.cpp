@@ -210,10 +210,7 @@ void StorageModel::scan(const ScanLocation& location) {
         }
         // Still off the main thread, on a tree no one else holds: the marks of growth since the baseline.
         std::optional<Date> baselineDate;
-        if (auto baseline = ScanCache::baselineSizes(url, scansFolder(), ChangeTracker::kMinimumNewSize)) {
-            baselineDate = baseline->second;
-            if (outcome.tree) ChangeTracker::apply(baseline->first, *outcome.tree, ChangeTracker::kMinimumNewSize);
-        }
+        if (outcome.tree) baselineDate = markChanges(*outcome.tree, url);
         postToMain(self, [outcome = std::move(outcome), catalog, baselineDate, id](StorageModel& model) mutable {
             model.finishScan(std::move(outcome), catalog, baselineDate, id);
         });
@@ -266,10 +263,7 @@ void StorageModel::finishScan(ScanOutcome outcome, std::shared_ptr<const AppCata
         // The walk may or may not have seen these; measuring again is cheap and always right.
         if (!held.empty()) applyLiveChanges(held, root_->path());
 
-        if (location_) {
-            const bool baselineDue = !baselineDate || Date::now().seconds - baselineDate->seconds > kBaselineMaxAge;
-            writeCache(*root_, baselineDue);
-        }
+        if (location_) remember(*root_, location_->path(), Date::now(), baselineDate);
         if (root_->couldNotRead()) {
             QString message = say("macOS didn't allow access to \u201c{name}\u201d. You can allow it in System "
                                   "Settings \u2192 Privacy & Security \u2192 Files and Folders.");
@@ -295,15 +289,20 @@ void StorageModel::cancelScan() {
 }
 
 void StorageModel::saveCache() {
-    if (root_ && location_) writeCache(*root_, false);
+    if (root_ && location_) ScanCache::save(*root_, location_->path(), Date::now(), scansFolder(), false);
 }
 
-void StorageModel::writeCache(FileNode& tree, bool baselineToo) {
+std::optional<Date> StorageModel::markChanges(FileNode& tree, const std::string& url) {
+    auto baseline = ScanCache::baselineSizes(url, scansFolder(), ChangeTracker::kMinimumNewSize);
+    if (!baseline) return std::nullopt;
+    ChangeTracker::apply(baseline->first, tree, ChangeTracker::kMinimumNewSize);
+    return baseline->second;
+}
+
+void StorageModel::remember(FileNode& tree, const std::string& url, Date now, std::optional<Date> baselineDate) {
     const std::string folder = scansFolder();
-    const std::string url = location_->path();
-    const Date now = Date::now();
     ScanCache::save(tree, url, now, folder, false);
-    if (baselineToo) ScanCache::save(tree, url, now, folder, true);
+    if (!baselineDate || now.seconds - baselineDate->seconds > kBaselineMaxAge) ScanCache::save(tree, url, now, folder, true);
 }
 
 void StorageModel::receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath) {

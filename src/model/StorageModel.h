@@ -172,6 +172,11 @@ public:
     static Skipped skippedTable();
     // The folder remembered scans are kept in.
     static std::string scansFolder();
+    // What every finished scan of a location goes through, off the main thread or in the command line: the
+    // marks of growth since the remembered baseline (its date, if there is one), then the snapshot and, when
+    // the baseline is missing or a week old, a new baseline.
+    static std::optional<Date> markChanges(FileNode& tree, const std::string& url);
+    static void remember(FileNode& tree, const std::string& url, Date now, std::optional<Date> baselineDate);
 
     // Where remembered trees come from: the scan cache, unless a test says otherwise.
     void setSnapshotSource(SnapshotSource source) { snapshotSource_ = std::move(source); }
@@ -208,7 +213,6 @@ private:
     void applyReplacing(NodeRef fresh, FileNode* old);
     std::vector<std::string> ignoredFolders() const;
     void hidePendingDeletions(FileNode& tree);
-    void writeCache(FileNode& tree, bool baselineToo);
     void setScanState(bool scanning, bool refreshing);
     void setErrorMessage(std::optional<QString> message);
     void replaceTree(NodeRef root, FileNode* current);

@@ -1,7 +1,6 @@
 // brenvo-cli: the engine without a window, for terminals, scripts, benchmarks and tests.
 #include "DeleteCommands.h"
 #include "StorageModel.h"
-#include "cache/ChangeTracker.h"
 #include "cache/ScanCache.h"
 #include "cache/SnapshotJson.h"
 #include "explain/Explainer.h"
@@ -141,12 +140,7 @@ private:
 // What the application does with a finished scan of a custom location: marks against the baseline, then
 // the snapshot and summary, and the baseline itself when there is none or it is older than a week.
 void remember(FileNode& root, const std::string& location, Date now) {
-    const std::string folder = StorageModel::scansFolder();
-    auto baseline = ScanCache::baselineSizes(location, folder, ChangeTracker::kMinimumNewSize);
-    if (baseline) ChangeTracker::apply(baseline->first, root, ChangeTracker::kMinimumNewSize);
-    ScanCache::save(root, location, now, folder, false);
-    constexpr double kWeek = 604800;
-    if (!baseline || now.seconds - baseline->second.seconds > kWeek) ScanCache::save(root, location, now, folder, true);
+    StorageModel::remember(root, location, now, StorageModel::markChanges(root, location));
     ScanCache::waitForWrites();
 }
 
