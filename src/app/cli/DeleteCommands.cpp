@@ -108,9 +108,8 @@ std::optional<double> parseSeconds(const std::string& text) {
 // A link named on the command line is the item, as for rm: only the folders leading to it are resolved.
 std::string resolve(const std::string& given, bool isLink) {
     if (!isLink) return DiskScanner::realPath(given);
-    const size_t slash = given.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : given.substr(0, slash);
-    return joinPath(DiskScanner::realPath(folder), lastPathComponent(given));
+    const std::string folder = parentPath(given);
+    return joinPath(DiskScanner::realPath(folder.empty() ? "." : folder), lastPathComponent(given));
 }
 
 struct Candidate {
