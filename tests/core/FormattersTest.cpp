@@ -70,6 +70,19 @@ TEST_F(EnglishLocale, RelativeDatesUseTheLargestUnitAndItsName) {
 TEST_F(EnglishLocale, AbbreviatedDatesHaveNoTime) {
     const Date noonUtc = Date::fromUnix(1'763'726'400); // 2025-11-21 12:00 UTC: the same day in most zones
     EXPECT_EQ(format::abbreviatedDate(noonUtc), "Nov 21, 2025");
+    const std::string withTime = format::abbreviatedDateTime(noonUtc);
+    EXPECT_TRUE(withTime.starts_with("Nov 2")) << withTime;
+    EXPECT_NE(withTime.find(':'), std::string::npos) << withTime;
+    format::setLocale("de_DE"); // a later locale is not answered from an earlier one's format
+    EXPECT_EQ(format::abbreviatedDate(noonUtc), "21. Nov. 2025");
+}
+
+TEST_F(EnglishLocale, NamesCompareLikeAFileManagerOrdersThem) {
+    EXPECT_LT(format::standardCompare("file 9", "file 10"), 0);
+    EXPECT_EQ(format::standardCompare("Read Me", "read me"), 0);
+    EXPECT_LT(format::standardCompare("apple", "Banana"), 0);
+    EXPECT_LT(format::standardCompare("resume", "r\u00e9sum\u00e9"), 0);
+    EXPECT_NE(format::standardCompare("a\xff", "a"), 0); // bytes that aren't UTF-8 still order
 }
 
 TEST_F(EnglishLocale, ListsJoinTheLocalesWay) {

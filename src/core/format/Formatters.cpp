@@ -1,9 +1,12 @@
 #include "format/Formatters.h"
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <map>
+#include <unicode/coll.h>
 #include <unicode/locid.h>
 #include <unicode/numberformatter.h>
 #include <unicode/datefmt.h>
@@ -41,6 +44,7 @@ icu::Locale environmentLocale() {
 }
 
 std::unique_ptr<Formatters> current;
+std::atomic<int> localeGeneration{0}; // per-thread formats made for an older locale are made again
 icu::Locale chosenLocale;
 std::once_flag made;
 
@@ -69,6 +73,7 @@ void setLocale(const std::string& name) {
     formatters(); // settle the once-flag first so a later call can't replace the choice
     chosenLocale = name.empty() ? environmentLocale() : icu::Locale(name.c_str());
     current = std::make_unique<Formatters>(chosenLocale);
+    ++localeGeneration;
 }
 
 std::string bytes(int64_t size) {
@@ -151,17 +156,64 @@ std::string list(const std::vector<std::string>& items) {
     return out;
 }
 
-std::string abbreviatedDate(Date when) {
+namespace {
+
+// Date formats and collators are costly to make and not safe to share between threads: one per thread and
+// pattern, made for the chosen locale.
+icu::DateFormat* dateFormat(const char16_t* skeleton) {
     formatters();
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::DateFormat> format(
-        icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(u"yMMMd"), chosenLocale, status));
-    if (!format || U_FAILURE(status)) return {};
+    thread_local std::map<std::u16string, std::unique_ptr<icu::DateFormat>> made;
+    thread_local int madeFor = -1;
+    if (madeFor != localeGeneration) {
+        made.clear();
+        madeFor = localeGeneration;
+    }
+    auto& slot = made[skeleton];
+    if (!slot) {
+        UErrorCode status = U_ZERO_ERROR;
+        slot.reset(icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(skeleton), chosenLocale, status));
+        if (U_FAILURE(status)) slot.reset();
+    }
+    return slot.get();
+}
+
+std::string formatDate(Date when, const char16_t* skeleton) {
+    icu::DateFormat* format = dateFormat(skeleton);
+    if (!format) return {};
     icu::UnicodeString text;
     format->format(when.unixSeconds() * 1000.0, text);
     std::string out;
     text.toUTF8String(out);
     return out;
+}
+
+} // namespace
+
+std::string abbreviatedDate(Date when) { return formatDate(when, u"yMMMd"); }
+
+std::string abbreviatedDateTime(Date when) { return formatDate(when, u"yMMMdjmm"); }
+
+int standardCompare(std::string_view a, std::string_view b) {
+    formatters();
+    thread_local std::unique_ptr<icu::Collator> collator;
+    thread_local int madeFor = -1;
+    if (madeFor != localeGeneration) {
+        madeFor = localeGeneration;
+        UErrorCode status = U_ZERO_ERROR;
+        collator.reset(icu::Collator::createInstance(chosenLocale, status));
+        if (U_FAILURE(status)) collator.reset();
+        if (collator) {
+            collator->setStrength(icu::Collator::SECONDARY); // case is no difference; accents are
+            collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
+        }
+    }
+    if (!collator) return a.compare(b);
+    UErrorCode status = U_ZERO_ERROR;
+    const UCollationResult result = collator->compareUTF8(
+        icu::StringPiece(a.data(), static_cast<int32_t>(a.size())),
+        icu::StringPiece(b.data(), static_cast<int32_t>(b.size())), status);
+    if (U_FAILURE(status)) return a.compare(b);
+    return result;
 }
 
 } // namespace brenvo::format

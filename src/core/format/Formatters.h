@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace brenvo::format {
@@ -20,6 +21,11 @@ std::string relativeDate(Date when, Date now);
 std::string list(const std::vector<std::string>& items);
 // A day in the locale's abbreviated style, without the time: "Nov 21, 2026".
 std::string abbreviatedDate(Date when);
+// The same day with the time in the locale's short style: "Nov 21, 2026, 9:41 AM".
+std::string abbreviatedDateTime(Date when);
+// Orders two texts the way a file manager orders names: by the locale's collation, ignoring case, with runs
+// of digits compared as numbers ("file 9" before "file 10"). Negative, zero or positive, like strcmp.
+int standardCompare(std::string_view a, std::string_view b);
 
 // The locale whose grouping the formatters use, e.g. "en_US" or "de_DE". Empty means the environment's
 // locale (a "C" or "POSIX" environment reads as en_US). Call before formatting starts; not thread-safe.
