@@ -48,6 +48,9 @@ enum class Shape {
     Trash,
     CheckCircle,
     Warning,
+    Lock,
+    Info,
+    Stack,
 };
 
 struct Symbol {
@@ -87,6 +90,10 @@ const Symbol kSymbols[] = {
     {"trash", "user-trash", Shape::Trash},
     {"checkmark.circle.fill", "emblem-ok", Shape::CheckCircle},
     {"exclamationmark.triangle", "dialog-warning", Shape::Warning},
+    {"lock", "changes-prevent", Shape::Lock},
+    {"info.circle", "dialog-information", Shape::Info},
+    // The folded tail of a wide folder: many small items taken together.
+    {"square.stack.3d.up", "view-grid", Shape::Stack},
 };
 
 const Symbol* findSymbol(const char* name) {
@@ -314,6 +321,24 @@ void drawShape(QPainter& p, Shape shape, QColor ink) {
         p.drawPolygon(QPolygonF({{16, 4}, {29, 27.5}, {3, 27.5}}));
         p.drawLine(QPointF(16, 12), QPointF(16, 20));
         dot(QPointF(16, 23.8), 1.4);
+        break;
+    case Shape::Stack:
+        // Three flat squares seen from above, the top one whole and the two beneath showing their edges.
+        p.drawPolygon(QPolygonF({{16, 4}, {28, 10}, {16, 16}, {4, 10}}));
+        p.drawPolyline(QPolygonF({{4, 15.5}, {16, 21.5}, {28, 15.5}}));
+        p.drawPolyline(QPolygonF({{4, 21}, {16, 27}, {28, 21}}));
+        break;
+    case Shape::Lock:
+        p.drawRoundedRect(QRectF(7.5, 14.5, 17, 13), 2.5, 2.5);
+        p.drawArc(QRectF(10.5, 5.5, 11, 14), 0, 180 * 16);
+        p.drawLine(QPointF(10.5, 12.5), QPointF(10.5, 14.5));
+        p.drawLine(QPointF(21.5, 12.5), QPointF(21.5, 14.5));
+        dot(QPointF(16, 20.5), 1.6);
+        break;
+    case Shape::Info:
+        p.drawEllipse(QPointF(16, 16), 12.5, 12.5);
+        dot(QPointF(16, 10.5), 1.6);
+        p.drawLine(QPointF(16, 14.5), QPointF(16, 23));
         break;
     case Shape::Generic:
         p.drawRoundedRect(QRectF(5.5, 5.5, 21, 21), 5, 5);
