@@ -10,7 +10,7 @@ CHECKED := build/checked
 
 PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libqt6svg6 libgl-dev libicu-dev \
             libgtest-dev libgmock-dev libbenchmark-dev adwaita-icon-theme fonts-dejavu-core \
-            findutils coreutils
+            findutils coreutils dbus-daemon
 PEERS := gdu ncdu time
 
 .PHONY: setup build run test bench fuzz clean
