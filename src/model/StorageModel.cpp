@@ -5,6 +5,7 @@
 #include "Text.h"
 #include "cache/ScanCache.h"
 #include "explain/RemovedApps.h"
+#include "format/Formatters.h"
 #include "format/TextMatch.h"
 #include "live/LiveChangePlan.h"
 #include "platform/Platform.h"
@@ -13,6 +14,7 @@
 
 #include <QMimeDatabase>
 #include <fcntl.h>
+#include <unordered_map>
 #include <unistd.h>
 
 namespace brenvo {
@@ -617,6 +619,53 @@ std::vector<FileNode*> StorageModel::listItems() const {
     return found;
 }
 
+void StorageModel::setListOrder(ListOrder order) {
+    if (order == listOrder_) return;
+    listOrder_ = order;
+    emit listOrderChanged();
+}
+
+void StorageModel::sortRows(std::vector<FileNode*>& items, ListOrder order,
+                            const std::function<std::string(const FileNode&)>& kindOf) {
+    // Compare as "ascending"; the direction flips the arguments, so ties keep their order either way.
+    auto sortBy = [&](auto less) {
+        if (order.ascending)
+            std::stable_sort(items.begin(), items.end(), [&](FileNode* a, FileNode* b) { return less(a, b); });
+        else
+            std::stable_sort(items.begin(), items.end(), [&](FileNode* a, FileNode* b) { return less(b, a); });
+    };
+    switch (order.column) {
+    case ListColumn::name:
+        sortBy([](FileNode* a, FileNode* b) { return format::standardCompare(a->name(), b->name()) < 0; });
+        break;
+    case ListColumn::size: sortBy([](FileNode* a, FileNode* b) { return a->size() < b->size(); }); break;
+    case ListColumn::change:
+        sortBy([](FileNode* a, FileNode* b) { return a->changeSortKey() < b->changeSortKey(); });
+        break;
+    case ListColumn::modified:
+        sortBy([](FileNode* a, FileNode* b) { return a->modifiedSortKey() < b->modifiedSortKey(); });
+        break;
+    case ListColumn::lastOpened:
+        sortBy([](FileNode* a, FileNode* b) { return a->lastOpenedSortKey() < b->lastOpenedSortKey(); });
+        break;
+    case ListColumn::kind: {
+        // Each label once, not once per comparison.
+        std::unordered_map<const FileNode*, std::string> kinds;
+        for (FileNode* item : items) kinds.emplace(item, kindOf(*item));
+        sortBy([&](FileNode* a, FileNode* b) { return format::standardCompare(kinds[a], kinds[b]) < 0; });
+        break;
+    }
+    }
+}
+
+std::optional<std::string> StorageModel::relativeFolder(const FileNode& node) const {
+    const FileNode* parent = node.parent();
+    if (!current_ || !parent || parent == current_.get()) return std::nullopt;
+    const std::string folder = parent->path();
+    const size_t cut = current_->path().size() + 1;
+    return folder.size() > cut ? folder.substr(cut) : std::string();
+}
+
 std::vector<FileNode*> StorageModel::selectedNodes() const {
     std::vector<FileNode*> selected;
     for (FileNode* item : listItems())
@@ -664,6 +713,24 @@ void StorageModel::toggleQuickLook() {
         previewList_ = std::move(items);
         previewURL_ = previewList_.front();
     }
+    emit previewChanged();
+}
+
+void StorageModel::showPreview(std::vector<std::string> paths) {
+    if (paths.empty()) return;
+    previewList_ = std::move(paths);
+    previewURL_ = previewList_.front();
+    emit previewChanged();
+}
+
+void StorageModel::pagePreview(int step) {
+    if (!previewURL_ || previewList_.empty()) return;
+    const auto at = std::find(previewList_.begin(), previewList_.end(), *previewURL_);
+    const auto last = static_cast<std::ptrdiff_t>(previewList_.size()) - 1;
+    const std::ptrdiff_t from = at == previewList_.end() ? 0 : at - previewList_.begin();
+    const std::ptrdiff_t to = std::clamp<std::ptrdiff_t>(from + step, 0, last);
+    if (at != previewList_.end() && to == from) return;
+    previewURL_ = previewList_[static_cast<size_t>(to)];
     emit previewChanged();
 }
 

@@ -111,6 +111,22 @@ public:
     void setSizeFilter(SizeFilter filter);
     bool isFiltering() const;
     void clearFilters();
+    // The order the list shows its rows in: a column and a direction. Kept here so it outlives the list and
+    // so everything that speaks of "list order" means the rows on screen.
+    enum class ListColumn { name, size, change, kind, modified, lastOpened };
+    struct ListOrder {
+        ListColumn column = ListColumn::size;
+        bool ascending = false;
+        bool operator==(const ListOrder&) const = default;
+    };
+    const ListOrder& listOrder() const { return listOrder_; }
+    void setListOrder(ListOrder order);
+    // `items` in `order`, stable; `kindOf` gives the text the kind column shows.
+    static void sortRows(std::vector<FileNode*>& items, ListOrder order,
+                         const std::function<std::string(const FileNode&)>& kindOf);
+    // While filtering, where a found item sits below the current folder ("Photos/2024"); nothing for a
+    // direct child.
+    std::optional<std::string> relativeFolder(const FileNode& node) const;
     // Those of `listItems` that are selected, in list order.
     std::vector<FileNode*> selectedNodes() const;
     // Moves the selection to the next or previous child of `current` by size, whatever the list shows.
@@ -119,6 +135,10 @@ public:
     const std::vector<std::string>& previewList() const { return previewList_; }
     std::vector<std::string> previewItems() const;
     void toggleQuickLook();
+    // Opens the preview on `paths`, at the first.
+    void showPreview(std::vector<std::string> paths);
+    // Moves the preview `step` items along previewList, stopping at either end.
+    void pagePreview(int step);
     void closePreview();
     // Shows the item at `path` in its folder, scanning the place that holds it if need be.
     void reveal(const std::string& path);
@@ -197,6 +217,7 @@ signals:
     void openRequested(const std::string& path);
     void revealRequested(const std::string& path);
     void previewChanged();
+    void listOrderChanged();
 
 private:
     struct ScanOutcome {
@@ -251,6 +272,7 @@ private:
         bool operator==(const ListKey&) const = default;
     };
     mutable std::optional<std::pair<ListKey, std::vector<FileNode*>>> listCache_;
+    ListOrder listOrder_;
     std::optional<std::string> previewURL_;
     std::vector<std::string> previewList_;
     std::map<uint64_t, std::optional<InstalledApp>> appMatches_;

@@ -145,3 +145,89 @@ TEST(Listing, ForgettingAndLastOpened) {
     EXPECT_FALSE(model.root()->lastOpenedLoaded()); // folders are never asked about
     ASSERT_TRUE(waitFor([&] { return keep->lastOpened().has_value(); }));
 }
+
+TEST(Listing, RowsSortByTheChosenColumnAndKeepTiesInPlace) {
+    using Column = StorageModel::ListColumn;
+    NodeRef a = make(FileNode::Kind::file, "file 10.txt", 300);
+    NodeRef b = make(FileNode::Kind::file, "File 9.txt", 100);
+    NodeRef c = make(FileNode::Kind::folder, "apps", 300);
+    NodeRef d = make(FileNode::Kind::file, "zeta.bin", 200);
+    b->setChange(-2'000'000);
+    d->setChange(5'000'000);
+    a->setLastOpened(Date::fromUnix(1'700'000'000));
+    c->setLastOpened(Date::fromUnix(1'600'000'000));
+    const std::vector<FileNode*> original{a.get(), b.get(), c.get(), d.get()};
+    auto sorted = [&](Column column, bool ascending) {
+        std::vector<FileNode*> rows = original;
+        StorageModel::sortRows(rows, {column, ascending}, [](const FileNode& n) {
+            return n.isFolder() ? std::string("Folder") : std::string("Document");
+        });
+        return names(rows);
+    };
+    using Names = std::vector<std::string>;
+    // Names in the order a person expects: case aside, numbers by value.
+    EXPECT_EQ(sorted(Column::name, true), (Names{"apps", "File 9.txt", "file 10.txt", "zeta.bin"}));
+    // Equal sizes keep their order in both directions.
+    EXPECT_EQ(sorted(Column::size, false), (Names{"file 10.txt", "apps", "zeta.bin", "File 9.txt"}));
+    EXPECT_EQ(sorted(Column::size, true), (Names{"File 9.txt", "zeta.bin", "file 10.txt", "apps"}));
+    // No change counts as none: between growth and shrinkage.
+    EXPECT_EQ(sorted(Column::change, false), (Names{"zeta.bin", "file 10.txt", "apps", "File 9.txt"}));
+    // Never opened is the oldest: last when newest come first.
+    EXPECT_EQ(sorted(Column::lastOpened, false), (Names{"file 10.txt", "apps", "File 9.txt", "zeta.bin"}));
+    EXPECT_EQ(sorted(Column::kind, true), (Names{"file 10.txt", "File 9.txt", "zeta.bin", "apps"}));
+}
+
+TEST(Listing, FoundItemsNameTheirFolderBelowTheCurrentOne) {
+    TempTree tree;
+    tree.file("Photos/2024/May/beach.jpg", 10);
+    tree.file("Photos/top.jpg", 10);
+    Driven d;
+    ASSERT_TRUE(d.open(tree.root()));
+    StorageModel& model = d.model;
+    FileNode* photos = model.root()->find(tree.path("Photos"));
+    ASSERT_TRUE(photos);
+    model.setCurrent(photos);
+    EXPECT_EQ(model.relativeFolder(*model.root()->find(tree.path("Photos/2024/May/beach.jpg"))),
+              std::optional<std::string>("2024/May"));
+    EXPECT_EQ(model.relativeFolder(*model.root()->find(tree.path("Photos/top.jpg"))), std::nullopt);
+    EXPECT_EQ(model.relativeFolder(*model.root()), std::nullopt); // no parent
+
+    // The list's order is the model's, so it outlives the list and the folder.
+    bool told = false;
+    QObject::connect(&model, &StorageModel::listOrderChanged, [&] { told = true; });
+    model.setListOrder({StorageModel::ListColumn::name, true});
+    model.setCurrent(model.root());
+    EXPECT_TRUE(told);
+    EXPECT_EQ(model.listOrder().column, StorageModel::ListColumn::name);
+}
+
+TEST(Listing, PreviewPagesThroughItsItemsAndStopsAtTheEnds) {
+    TempTree tree;
+    tree.file("big", 30000);
+    tree.file("mid", 20000);
+    tree.file("small", 5000);
+    Driven d;
+    ASSERT_TRUE(d.open(tree.root()));
+    StorageModel& model = d.model;
+    model.pagePreview(1); // nothing previewed: nothing to page
+    EXPECT_FALSE(model.previewURL());
+    QSet<quint64> all;
+    for (FileNode* child : model.root()->children()) all.insert(child->id());
+    model.setSelection(all);
+    model.toggleQuickLook();
+    ASSERT_EQ(model.previewList(), (std::vector<std::string>{tree.path("big"), tree.path("mid"), tree.path("small")}));
+    int changes = 0;
+    QObject::connect(&model, &StorageModel::previewChanged, &model, [&] { ++changes; });
+    model.pagePreview(1);
+    EXPECT_EQ(model.previewURL(), tree.path("mid"));
+    model.pagePreview(5);
+    EXPECT_EQ(model.previewURL(), tree.path("small"));
+    model.pagePreview(1); // at the end already: no change to announce
+    EXPECT_EQ(changes, 2);
+    model.pagePreview(-1);
+    model.pagePreview(-1);
+    model.pagePreview(-1);
+    EXPECT_EQ(model.previewURL(), tree.path("big"));
+    EXPECT_EQ(model.previewList().size(), 3u); // paging never changes the list
+    EXPECT_EQ(model.selection(), all);
+}
