@@ -1,27 +1,87 @@
 #include "FileListModel.h"
 
+#include "FileIcons.h"
 #include "Icons.h"
 #include "StorageModel.h"
 #include "Text.h"
 #include "Words.h"
 #include "cache/ChangeTracker.h"
+#include "format/Formatters.h"
 
 #include <QApplication>
 #include <QPalette>
 
 namespace brenvo {
 
+namespace {
+
+using ListColumn = StorageModel::ListColumn;
+
+// Columns with an order, in the list's column numbering.
+constexpr std::pair<int, ListColumn> kSortable[] = {
+    {FileListModel::Name, ListColumn::name},         {FileListModel::Size, ListColumn::size},
+    {FileListModel::Change, ListColumn::change},     {FileListModel::Kind, ListColumn::kind},
+    {FileListModel::Modified, ListColumn::modified}, {FileListModel::LastOpened, ListColumn::lastOpened},
+};
+
+QString dayText(std::optional<Date> date) {
+    return date ? QString::fromStdString(format::abbreviatedDate(*date)) : QString();
+}
+
+} // namespace
+
 FileListModel::FileListModel(StorageModel& model, QObject* parent) : QAbstractTableModel(parent), model_(model) {
-    connect(&model_, &StorageModel::currentChanged, this, &FileListModel::reload);
-    connect(&model_, &StorageModel::treeChanged, this, &FileListModel::reload);
-    connect(&model_, &StorageModel::filtersChanged, this, &FileListModel::reload);
+    for (auto signal : {&StorageModel::currentChanged, &StorageModel::treeChanged, &StorageModel::filtersChanged,
+                        &StorageModel::listOrderChanged})
+        connect(&model_, signal, this, &FileListModel::reload);
     reload();
 }
 
+int FileListModel::columnOf(int listColumn) {
+    for (auto [column, key] : kSortable)
+        if (static_cast<int>(key) == listColumn) return column;
+    return Size;
+}
+
+int FileListModel::listColumnOf(int column) {
+    for (auto [c, key] : kSortable)
+        if (c == column) return static_cast<int>(key);
+    return -1;
+}
+
 void FileListModel::reload() {
+    std::vector<FileNode*> rows = model_.listItems();
+    const ExplainContext context = StorageModel::explainContext(model_.catalog());
+    auto kindOf = [&](const FileNode& node) { return Explainer::kindLabel(node, context); };
+    StorageModel::sortRows(rows, model_.listOrder(), kindOf);
+    FileNode* current = model_.current();
+    const QString key = current ? QStringLiteral("%1|%2|%3|%4")
+                                      .arg(QString::number(current->id()), toQString(model_.searchText()),
+                                           QString::number(static_cast<int>(model_.kindFilter())),
+                                           QString::number(static_cast<int64_t>(model_.sizeFilter())))
+                                : QString();
+    std::vector<QString> kinds;
+    kinds.reserve(rows.size());
+    for (FileNode* row : rows) kinds.push_back(QString::fromStdString(kindOf(*row)));
+    if (key == rowsKey_ && rows == rows_) {
+        // The same rows: sizes, dates or changes may differ, the rows themselves don't.
+        kinds_ = std::move(kinds);
+        if (!rows_.empty()) emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
+        return;
+    }
     beginResetModel();
-    rows_ = model_.listItems();
+    rows_ = std::move(rows);
+    kinds_ = std::move(kinds);
+    const bool newKey = key != rowsKey_;
+    rowsKey_ = key;
     endResetModel();
+    if (newKey) emit rowsKeyChanged();
+}
+
+void FileListModel::sort(int column, Qt::SortOrder order) {
+    const int key = listColumnOf(column);
+    if (key < 0) return;
+    model_.setListOrder({static_cast<ListColumn>(key), order == Qt::AscendingOrder});
 }
 
 int FileListModel::rowCount(const QModelIndex& parent) const {
@@ -44,15 +104,14 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
     const FileNode* item = node(index.row());
     if (!item) return {};
     if (role == NodeRole) return QVariant::fromValue(reinterpret_cast<quintptr>(item));
-    const FileNode* folder = model_.current();
-    const double total = folder && folder->size() > 0 ? static_cast<double>(folder->size()) : 0;
-    const double share = total > 0 ? static_cast<double>(item->size()) / total : 0;
     switch (index.column()) {
     case Name:
         if (role == Qt::DisplayRole) return toQString(item->name());
-        if (role == Qt::DecorationRole) {
-            if (item->isFolder()) return icon(item->couldNotRead() || item->skippedReason() ? "folder.badge.questionmark" : "folder");
-            return icon(item->isAggregate() ? "ellipsis.circle" : "doc.text");
+        if (role == Qt::DecorationRole) return fileIcon(*item);
+        if (role == RelativeFolderRole) {
+            if (!model_.isFiltering()) return {};
+            auto folder = model_.relativeFolder(*item);
+            return folder ? QVariant(toQString(*folder)) : QVariant();
         }
         if (role == Qt::ToolTipRole) {
             if (auto reason = item->skippedReason()) return toQString(*reason);
@@ -60,7 +119,11 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
         }
         break;
     case Size:
-        if (role == Qt::DisplayRole) return sizeText(item->size());
+        if (role == Qt::DisplayRole) {
+            // Zero from a folder that wasn't looked into is not a measurement.
+            if (item->size() == 0 && (item->couldNotRead() || item->skippedReason())) return QStringLiteral("\u2014");
+            return sizeText(item->size());
+        }
         if (role == Qt::TextAlignmentRole) return QVariant(Qt::AlignRight | Qt::AlignVCenter);
         break;
     case Change: {
@@ -77,9 +140,22 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
         break;
     }
     case Share:
-        if (role == Qt::DisplayRole) return QStringLiteral("%1%").arg(share * 100, 0, 'f', share < 0.1 && share > 0 ? 1 : 0);
-        if (role == Qt::UserRole) return share;
-        if (role == Qt::TextAlignmentRole) return QVariant(Qt::AlignRight | Qt::AlignVCenter);
+        if (role == ShareRole) {
+            const FileNode* folder = model_.current();
+            if (!folder || folder->size() <= 0) return 0.0;
+            return std::clamp(static_cast<double>(item->size()) / static_cast<double>(folder->size()), 0.0, 1.0);
+        }
+        break;
+    case Kind:
+        if (role == Qt::DisplayRole) return kinds_[static_cast<size_t>(index.row())];
+        break;
+    case Modified:
+        if (role == Qt::DisplayRole) return dayText(item->modified());
+        break;
+    case LastOpened:
+        if (role == Qt::DisplayRole) return dayText(item->lastOpened());
+        if (role == Qt::ToolTipRole && !item->lastOpened())
+            return say("macOS has no record of this being opened.");
         break;
     default: break;
     }
@@ -93,6 +169,9 @@ QVariant FileListModel::headerData(int section, Qt::Orientation orientation, int
     case Size: return QStringLiteral("Size");
     case Change: return QStringLiteral("Change");
     case Share: return QStringLiteral("Share");
+    case Kind: return QStringLiteral("Kind");
+    case Modified: return QStringLiteral("Modified");
+    case LastOpened: return QStringLiteral("Last Opened");
     default: return {};
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractTableModel>
+#include <QString>
 #include <vector>
 
 namespace brenvo {
@@ -8,13 +9,16 @@ namespace brenvo {
 class FileNode;
 class StorageModel;
 
-// The rows of the folder page's list: what the model lists for the current folder, with each item's
-// share of that folder. Rebuilt whenever the folder or the tree changes.
+// The rows of the folder page's list: what the model lists for the current folder, in the order the model
+// keeps for the list, with the texts each column shows. Rebuilt when the folder, the filters, the order or
+// the tree change; a change that keeps the same rows only repaints them, so scrolling and selection stay.
 class FileListModel : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { Name, Size, Change, Share, ColumnCount };
-    static constexpr int NodeRole = Qt::UserRole + 1; // the row's FileNode*, as a quintptr
+    enum Column { Name, Size, Change, Share, Kind, Modified, LastOpened, ColumnCount };
+    static constexpr int NodeRole = Qt::UserRole + 1;           // the row's FileNode*, as a quintptr
+    static constexpr int RelativeFolderRole = Qt::UserRole + 2; // the second line of a found item's name
+    static constexpr int ShareRole = Qt::UserRole + 3;          // size against the current folder, 0…1
 
     explicit FileListModel(StorageModel& model, QObject* parent = nullptr);
 
@@ -22,15 +26,26 @@ public:
     int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+    void sort(int column, Qt::SortOrder order) override;
 
     FileNode* node(int row) const;
     int rowOf(quint64 id) const;
+    // What the rows are of: the folder, the search and the filters. A new key starts the list at the top.
+    const QString& rowsKey() const { return rowsKey_; }
+    // The column a sort by `column` of the model stands in, and back; Share has no order.
+    static int columnOf(int listColumn);
+    static int listColumnOf(int column); // -1 for a column without a sort key
+
+signals:
+    void rowsKeyChanged();
 
 private:
     void reload();
 
     StorageModel& model_;
     std::vector<FileNode*> rows_;
+    std::vector<QString> kinds_;
+    QString rowsKey_;
 };
 
 } // namespace brenvo

@@ -1,6 +1,6 @@
 #include "FolderPage.h"
 
-#include "FileListModel.h"
+#include "FileListView.h"
 #include "FilterBar.h"
 #include "PathBar.h"
 #include "ScanningView.h"
@@ -8,12 +8,9 @@
 #include "TreemapView.h"
 #include "WelcomeView.h"
 
-#include <QAction>
 #include <QFrame>
-#include <QHeaderView>
-#include <QItemSelectionModel>
+#include <QLabel>
 #include <QSplitter>
-#include <QTableView>
 #include <QVBoxLayout>
 
 namespace brenvo {
@@ -34,11 +31,19 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     // The map above, the filters and the list below; the split keeps both usable.
     auto* split = new QSplitter(Qt::Vertical, folder_);
     split->setChildrenCollapsible(false);
-    auto* chart = new QWidget(split);
-    auto* chartLayout = new QVBoxLayout(chart);
-    chartLayout->setContentsMargins(8, 8, 8, 8);
-    map_ = new TreemapView(model_, chart);
-    chartLayout->addWidget(map_);
+    charts_ = new QStackedWidget(split);
+    charts_->setContentsMargins(8, 8, 8, 8);
+    charts_->setMinimumSize(300 + 16, 160 + 16);
+    map_ = new TreemapView(model_, charts_);
+    charts_->addWidget(map_);
+    // The rings aren't drawn yet; saying so beats a chart that shows something else.
+    rings_ = new QLabel(QStringLiteral("Rings for folders are coming soon. Choose Map to see this folder."), charts_);
+    rings_->setAlignment(Qt::AlignCenter);
+    rings_->setWordWrap(true);
+    rings_->setForegroundRole(QPalette::PlaceholderText);
+    charts_->addWidget(rings_);
+    showChart(pathBar_->chart());
+    connect(pathBar_, &PathBar::chartChanged, this, &FolderPage::showChart);
     auto* lower = new QWidget(split);
     lower->setMinimumHeight(160);
     auto* lowerLayout = new QVBoxLayout(lower);
@@ -46,48 +51,29 @@ FolderPage::FolderPage(StorageModel& model, QWidget* parent) : QStackedWidget(pa
     lowerLayout->setSpacing(0);
     filterBar_ = new FilterBar(model_, lower);
     lowerLayout->addWidget(filterBar_);
-    list_ = new QTableView(lower);
-    rows_ = new FileListModel(model_, list_);
-    list_->setModel(rows_);
-    list_->setSelectionBehavior(QAbstractItemView::SelectRows);
-    list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    list_->setShowGrid(false);
-    list_->setAlternatingRowColors(true);
-    list_->setFrameShape(QFrame::NoFrame);
-    list_->verticalHeader()->hide();
-    list_->verticalHeader()->setDefaultSectionSize(24);
-    list_->horizontalHeader()->setSectionResizeMode(FileListModel::Name, QHeaderView::Stretch);
-    list_->horizontalHeader()->setSectionResizeMode(FileListModel::Size, QHeaderView::Fixed);
-    list_->horizontalHeader()->setSectionResizeMode(FileListModel::Share, QHeaderView::Fixed);
-    list_->horizontalHeader()->setSectionResizeMode(FileListModel::Change, QHeaderView::Fixed);
-    list_->horizontalHeader()->resizeSection(FileListModel::Size, 110);
-    list_->horizontalHeader()->resizeSection(FileListModel::Change, 110);
-    list_->horizontalHeader()->resizeSection(FileListModel::Share, 80);
-    list_->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    auto* divider = new QFrame(lower);
+    divider->setFrameShape(QFrame::HLine);
+    divider->setFrameShadow(QFrame::Sunken);
+    lowerLayout->addWidget(divider);
+    list_ = new FileListView(model_, lower);
     lowerLayout->addWidget(list_, 1);
-    split->addWidget(chart);
+    split->addWidget(charts_);
     split->addWidget(lower);
     split->setStretchFactor(0, 3);
     split->setStretchFactor(1, 2);
+    split->setSizes({450, 300}); // the map a little taller than the list to begin with
     column->addWidget(split, 1);
     addWidget(scanning_);
     addWidget(welcome_);
     addWidget(folder_);
 
-    connect(list_, &QTableView::doubleClicked, this, &FolderPage::open);
-    // Deleting starts from the selection: the Delete key, or the list's menu.
-    auto* remove = new QAction(QStringLiteral("Delete\u2026"), list_);
-    remove->setShortcut(QKeySequence::Delete);
-    remove->setShortcutContext(Qt::WidgetWithChildrenShortcut);
-    connect(remove, &QAction::triggered, this, [this] { model_.requestDelete(model_.selectedNodes()); });
-    list_->addAction(remove);
-    list_->setContextMenuPolicy(Qt::ActionsContextMenu);
-    connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &FolderPage::takeSelection);
-    connect(rows_, &QAbstractItemModel::modelReset, this, &FolderPage::showSelection);
-    connect(&model_, &StorageModel::selectionChanged, this, &FolderPage::showSelection);
     connect(&model_, &StorageModel::scanStateChanged, this, &FolderPage::choose);
     connect(&model_, &StorageModel::currentChanged, this, &FolderPage::choose);
     choose();
+}
+
+void FolderPage::showChart(const QString& chart) {
+    charts_->setCurrentWidget(chart == QStringLiteral("rings") ? static_cast<QWidget*>(rings_) : map_);
 }
 
 void FolderPage::choose() {
@@ -97,41 +83,6 @@ void FolderPage::choose() {
         setCurrentWidget(welcome_);
     else
         setCurrentWidget(folder_);
-}
-
-// A folder opens in place; anything else opens in its application.
-void FolderPage::open(const QModelIndex& index) {
-    FileNode* item = rows_->node(index.row());
-    if (!item) return;
-    if (!item->isFolder()) {
-        model_.openInDefaultApp(*item);
-        return;
-    }
-    model_.setCurrent(item);
-    model_.setSelection({});
-}
-
-void FolderPage::showSelection() {
-    syncing_ = true;
-    QItemSelection rows;
-    int first = -1;
-    for (quint64 id : model_.selection()) {
-        int row = rows_->rowOf(id);
-        if (row < 0) continue;
-        rows.select(rows_->index(row, 0), rows_->index(row, FileListModel::ColumnCount - 1));
-        if (first < 0 || row < first) first = row;
-    }
-    list_->selectionModel()->select(rows, QItemSelectionModel::ClearAndSelect);
-    if (first >= 0) list_->scrollTo(rows_->index(first, 0));
-    syncing_ = false;
-}
-
-void FolderPage::takeSelection() {
-    if (syncing_) return;
-    QSet<quint64> ids;
-    for (const QModelIndex& index : list_->selectionModel()->selectedRows())
-        if (FileNode* item = rows_->node(index.row())) ids.insert(item->id());
-    model_.setSelection(std::move(ids));
 }
 
 } // namespace brenvo

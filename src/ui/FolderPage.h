@@ -2,11 +2,11 @@
 
 #include <QStackedWidget>
 
-class QTableView;
+class QLabel;
 
 namespace brenvo {
 
-class FileListModel;
+class FileListView;
 class FilterBar;
 class PathBar;
 class TreemapView;
@@ -26,14 +26,13 @@ public:
     QWidget* folderView() const { return folder_; }
     PathBar* pathBar() const { return pathBar_; }
     FilterBar* filterBar() const { return filterBar_; }
-    QTableView* list() const { return list_; }
+    FileListView* list() const { return list_; }
     TreemapView* map() const { return map_; }
+    QWidget* chart() const { return charts_->currentWidget(); }
 
 private:
     void choose();
-    void open(const QModelIndex& index);
-    void showSelection();
-    void takeSelection();
+    void showChart(const QString& chart);
 
     StorageModel& model_;
     ScanningView* scanning_;
@@ -41,10 +40,10 @@ private:
     QWidget* folder_;
     PathBar* pathBar_;
     FilterBar* filterBar_;
-    QTableView* list_;
+    FileListView* list_;
+    QStackedWidget* charts_;
     TreemapView* map_;
-    FileListModel* rows_;
-    bool syncing_ = false;
+    QLabel* rings_;
 };
 
 } // namespace brenvo

@@ -1,11 +1,13 @@
 #include "PathBar.h"
 
 #include "Icons.h"
+#include "Preferences.h"
 #include "StorageModel.h"
 #include "Text.h"
 #include "Words.h"
 #include "format/Formatters.h"
 
+#include <QButtonGroup>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QResizeEvent>
@@ -45,6 +47,33 @@ PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
     total_ = new QLabel(this);
     total_->setToolTip(QStringLiteral("Includes its subfolders"));
     layout->addWidget(total_);
+    layout->addSpacing(12);
+
+    // "Show as": a two-segment switch between the map and the rings.
+    pickerHolder_ = new QWidget(this);
+    pickerHolder_->setAccessibleName(QStringLiteral("Show as"));
+    pickerHolder_->setToolTip(QStringLiteral("Show this folder as a map of rectangles, or as rings like the Overview"));
+    auto* segments = new QHBoxLayout(pickerHolder_);
+    segments->setContentsMargins(0, 0, 0, 0);
+    segments->setSpacing(0);
+    chartPicker_ = new QButtonGroup(this);
+    chartPicker_->setExclusive(true);
+    for (const auto& [title, value] : {std::pair{"Map", "map"}, std::pair{"Rings", "rings"}}) {
+        auto* segment = new QToolButton(pickerHolder_);
+        segment->setText(QString::fromLatin1(title));
+        segment->setCheckable(true);
+        segment->setProperty("chart", QString::fromLatin1(value));
+        segment->setToolButtonStyle(Qt::ToolButtonTextOnly);
+        chartPicker_->addButton(segment);
+        segments->addWidget(segment);
+    }
+    layout->addWidget(pickerHolder_);
+    setChart(Preferences::folderChart());
+    connect(chartPicker_, &QButtonGroup::buttonClicked, this, [this](QAbstractButton* button) {
+        const QString value = button->property("chart").toString();
+        Preferences::setFolderChart(value);
+        emit chartChanged(value);
+    });
 
     connect(back_, &QToolButton::clicked, &model_, &StorageModel::goUp);
     connect(&model_, &StorageModel::currentChanged, this, &PathBar::rebuildCrumbs);
@@ -56,6 +85,18 @@ PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
     connect(clock, &QTimer::timeout, this, &PathBar::refreshRight);
     clock->start();
     rebuildCrumbs();
+}
+
+QString PathBar::chart() const {
+    QAbstractButton* checked = chartPicker_->checkedButton();
+    return checked ? checked->property("chart").toString() : QStringLiteral("map");
+}
+
+// Any stored value but "rings" means the map.
+void PathBar::setChart(const QString& chart) {
+    const QString value = chart == QStringLiteral("rings") ? chart : QStringLiteral("map");
+    for (QAbstractButton* button : chartPicker_->buttons())
+        button->setChecked(button->property("chart").toString() == value);
 }
 
 QString PathBar::statusText() const { return status_->isHidden() ? QString() : status_->text(); }
@@ -121,7 +162,12 @@ void PathBar::refreshRight() {
 
 // The widest that fits of: status, change and total; change and total; the total alone.
 void PathBar::fitRight() {
-    const int base = back_->sizeHint().width() + crumbHolder_->sizeHint().width() + total_->sizeHint().width() + 60;
+    // The crumbs just made aren't shown yet, and a layout counts only what is shown: add them up here.
+    int crumbs = 0;
+    for (int i = 0; i < crumbs_->count(); ++i)
+        if (QWidget* crumb = crumbs_->itemAt(i)->widget()) crumbs += crumb->sizeHint().width();
+    const int base = back_->sizeHint().width() + crumbs + total_->sizeHint().width() +
+                     pickerHolder_->sizeHint().width() + 72;
     const bool hasChange = !change_->text().isEmpty();
     const int changeWidth = hasChange ? change_->sizeHint().width() + 30 : 0;
     const bool showChange = hasChange && base + changeWidth <= width();

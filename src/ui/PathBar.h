@@ -2,6 +2,7 @@
 
 #include <QWidget>
 
+class QButtonGroup;
 class QHBoxLayout;
 class QLabel;
 class QToolButton;
@@ -11,7 +12,7 @@ namespace brenvo {
 class StorageModel;
 
 // Above the folder's contents: back to the enclosing folder, the way from the root as buttons, and the
-// scan's status beside the folder's total, as much of it as fits.
+// scan's status beside the folder's total, as much of it as fits; last, the choice of chart.
 class PathBar : public QWidget {
     Q_OBJECT
 public:
@@ -21,6 +22,12 @@ public:
     QString statusText() const;
     QString totalText() const;
     QString changeText() const;
+    // "map" or "rings", as stored in the settings.
+    QString chart() const;
+    void setChart(const QString& chart);
+
+signals:
+    void chartChanged(const QString& chart);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -38,6 +45,8 @@ private:
     QLabel* changeIcon_;
     QLabel* change_;
     QLabel* total_;
+    QButtonGroup* chartPicker_;
+    QWidget* pickerHolder_;
 };
 
 } // namespace brenvo

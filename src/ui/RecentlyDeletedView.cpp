@@ -17,18 +17,6 @@
 
 namespace brenvo {
 
-namespace {
-
-// A folder as people read it: the home folder is "~".
-QString displayPath(const std::string& path) {
-    const std::string& home = platform::profile().home;
-    if (path == home) return QStringLiteral("~");
-    if (path.starts_with(home + "/")) return QStringLiteral("~") + toQString(path.substr(home.size()));
-    return toQString(path);
-}
-
-} // namespace
-
 RecentlyDeletedView::RecentlyDeletedView(DeletionLog& log, QWidget* parent) : QWidget(parent), log_(log) {
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(24, 20, 24, 20);

@@ -57,6 +57,12 @@ TEST(Profile, MacAndLinuxHomeLayouts) {
     EXPECT_EQ(linux.downloadsPath, "/home/u/Téléchargements");
     EXPECT_EQ(linux.desktopPath, "/home/u/Desktop");
     EXPECT_EQ(mac.packageExtensions, linux.packageExtensions);
+
+    // The Mac's words stay; here a whole phrase wins over a shorter one inside it.
+    EXPECT_EQ(mac.say("Reveal in Finder"), "Reveal in Finder");
+    EXPECT_EQ(linux.say("Reveal in Finder"), "Show in Folder");
+    EXPECT_EQ(linux.say("Open it in Finder."), "Open it in your file manager.");
+    EXPECT_EQ(linux.say("Brenvo measures places known to fill up a Mac"), "Brenvo measures places known to fill up a computer");
 }
 
 TEST(Profile, TheSystemProfileReadsTheUsersFolderNames) {

@@ -1,6 +1,7 @@
 #include "AppDelegate.h"
 #include "EventLoop.h"
 #include "FileListModel.h"
+#include "FileListView.h"
 #include "FilterBar.h"
 #include "FolderPage.h"
 #include "Preferences.h"

@@ -2,6 +2,8 @@
 
 #include "tree/FileNode.h"
 
+#include <algorithm>
+
 namespace brenvo {
 
 const std::vector<std::string>& packageExtensions() {
@@ -69,7 +71,7 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
                             joinPath(home, ".local/share/flatpak/exports/share/applications"),
                             "/var/lib/flatpak/exports/share/applications",
                             "/var/lib/snapd/desktop/applications"};
-    // Longer entries first, so a sentence is replaced whole before any phrase inside it.
+    // A sentence is replaced whole before any phrase inside it (sorted below).
     p.dialect = {
         {"macOS didn't allow access to \u201c{name}\u201d. You can allow it in System Settings \u2192 Privacy & "
          "Security \u2192 Files and Folders.",
@@ -98,6 +100,10 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
         {"your Mac", "your computer"},
         {"Your Mac", "Your computer"},
     };
+    // Longer phrases go first whatever their place above, so "Reveal in Finder" is never cut short by
+    // "in Finder".
+    std::stable_sort(p.dialect.begin(), p.dialect.end(),
+                     [](const auto& a, const auto& b) { return a.first.size() > b.first.size(); });
     return p;
 }
 
