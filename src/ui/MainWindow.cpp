@@ -1,7 +1,10 @@
 #include "MainWindow.h"
 
+#include "Desktop.h"
 #include "FolderPage.h"
 #include "Icons.h"
+#include "Inspector.h"
+#include "PreviewWindow.h"
 #include "RecentlyDeletedView.h"
 #include "Sidebar.h"
 #include "UndoBanner.h"
@@ -9,15 +12,11 @@
 #include "format/Formatters.h"
 #include "StorageModel.h"
 #include "Text.h"
-#include "util/Paths.h"
 
 #include <QAction>
 #include <QLabel>
 #include <QMessageBox>
-#include <QDesktopServices>
-#include <QProcess>
 #include <QPushButton>
-#include <QUrl>
 #include <QShortcut>
 #include <QSplitter>
 #include <QTimer>
@@ -26,19 +25,6 @@
 #include <QVBoxLayout>
 
 namespace brenvo {
-
-namespace {
-
-// Opens a file or folder with what the desktop uses for it; an installed application's desktop entry is
-// launched rather than opened as a text file.
-void openPath(const std::string& path) {
-    if (path.ends_with(".desktop") &&
-        QProcess::startDetached(QStringLiteral("gio"), {QStringLiteral("launch"), toQString(path)}))
-        return;
-    QDesktopServices::openUrl(QUrl::fromLocalFile(toQString(path)));
-}
-
-} // namespace
 
 MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(parent), model_(model) {
     setWindowTitle(QStringLiteral("Brenvo"));
@@ -51,6 +37,13 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     toolbar->setIconSize(QSize(18, 18));
     scanAgain_ = toolbar->addAction(icon("arrow.clockwise"), QStringLiteral("Scan Again"));
     scanAgain_->setShortcut(QKeySequence::Refresh);
+    auto* spacer = new QWidget(toolbar);
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    toolbar->addWidget(spacer);
+    details_ = toolbar->addAction(icon("sidebar.trailing"), QStringLiteral("Details"));
+    details_->setCheckable(true);
+    details_->setChecked(true);
+    details_->setToolTip(QStringLiteral("Show or hide the details of the selection"));
 
     auto* split = new QSplitter(Qt::Horizontal, this);
     sidebar_ = new Sidebar(model_, split);
@@ -63,14 +56,18 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     detail_->addWidget(overviewPage_);
     detail_->addWidget(duplicatesPage_);
     detail_->addWidget(recentlyDeletedPage_);
+    inspector_ = new InspectorView(model_, split);
     split->addWidget(sidebar_);
     split->addWidget(detail_);
+    split->addWidget(inspector_);
     split->setStretchFactor(1, 1);
-    split->setSizes({220, 980});
+    split->setSizes({200, 700, 300});
+    connect(details_, &QAction::toggled, inspector_, &QWidget::setVisible);
     split->setChildrenCollapsible(false);
     setCentralWidget(split);
     banner_ = new UndoBanner(model_.deletions(), detail_);
     banner_->raise();
+    preview_ = new PreviewWindow(model_, this);
 
     // Ctrl+Z takes back a deletion still inside its undo window.
     auto* undo = new QShortcut(QKeySequence::Undo, this);
@@ -80,11 +77,8 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     connect(&model_, &StorageModel::errorMessageChanged, this, &MainWindow::offerToFinishDeleting);
     QTimer::singleShot(0, this, &MainWindow::offerToFinishDeleting);
     connect(&model_, &StorageModel::installerChoiceChanged, this, &MainWindow::askAboutInstaller);
-    connect(&model_, &StorageModel::openRequested, this, [](const std::string& path) { openPath(path); });
-    // Without a file manager that can select an item, its folder is opened.
-    connect(&model_, &StorageModel::revealRequested, this, [](const std::string& path) {
-        openPath(parentPath(path));
-    });
+    connect(&model_, &StorageModel::openRequested, this, [](const std::string& path) { openItem(path); });
+    connect(&model_, &StorageModel::revealRequested, this, [](const std::string& path) { showInFolder({path}); });
 
     // The one place where a scan starts from a change of location.
     connect(&model_, &StorageModel::locationChanged, this, [this] {
@@ -145,8 +139,8 @@ void MainWindow::askAboutInstaller() {
     installer_->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
     const std::string appPath = choice->app.path;
     const std::string installerPath = choice->installer->path();
-    connect(open, &QPushButton::clicked, this, [appPath] { openPath(appPath); });
-    connect(install, &QPushButton::clicked, this, [installerPath] { openPath(installerPath); });
+    connect(open, &QPushButton::clicked, this, [appPath] { openItem(appPath); });
+    connect(install, &QPushButton::clicked, this, [installerPath] { openItem(installerPath); });
     installer_->open();
 }
 

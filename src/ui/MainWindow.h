@@ -11,6 +11,8 @@ class QStackedWidget;
 namespace brenvo {
 
 class FolderPage;
+class InspectorView;
+class PreviewWindow;
 class RecentlyDeletedView;
 class UndoBanner;
 class Sidebar;
@@ -27,6 +29,9 @@ public:
     FolderPage* folderPage() const { return folderPage_; }
     QStackedWidget* detail() const { return detail_; }
     QAction* scanAgainAction() const { return scanAgain_; }
+    QAction* detailsAction() const { return details_; }
+    InspectorView* inspector() const { return inspector_; }
+    PreviewWindow* previewWindow() const { return preview_; }
     QMessageBox* errorAlert() const;
     QMessageBox* deleteConfirmation() const;
     QMessageBox* finishDeletingAlert() const;
@@ -53,6 +58,9 @@ private:
     RecentlyDeletedView* recentlyDeletedPage_;
     UndoBanner* banner_ = nullptr;
     QAction* scanAgain_;
+    QAction* details_;
+    InspectorView* inspector_;
+    PreviewWindow* preview_;
     QPointer<QMessageBox> errorAlert_;
     QPointer<QMessageBox> confirmation_;
     QPointer<QMessageBox> finishDeleting_;
