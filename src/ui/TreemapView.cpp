@@ -1,12 +1,24 @@
 #include "TreemapView.h"
 
+#include "FileActionsMenu.h"
+#include "FileIcons.h"
+#include "IconColor.h"
 #include "StorageModel.h"
+#include "Thumbnails.h"
 #include "Text.h"
 #include "Words.h"
 #include "cache/ChangeTracker.h"
 #include "platform/Platform.h"
+#include "util/FileURL.h"
 
+#include <QApplication>
 #include <QContextMenuEvent>
+#include <QDrag>
+#include <QEasingCurve>
+#include <QMimeData>
+#include <QProcess>
+#include <QUrl>
+#include <QVariantAnimation>
 #include <QHelpEvent>
 #include <QLinearGradient>
 #include <QMenu>
@@ -36,6 +48,15 @@ QColor fileTypeColor(Category category) {
     case Category::aggregate: return QColor::fromRgbF(0.28f, 0.30f, 0.33f);
     }
     return QColor::fromRgbF(0.35f, 0.38f, 0.42f);
+}
+
+// The item's icon as a white silhouette: any colour of its own would fight the tile's.
+QPixmap whiteIcon(const FileNode& node) {
+    QPixmap picture = fileIcon(node).pixmap(28, 28);
+    QPainter tint(&picture);
+    tint.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    tint.fillRect(picture.rect(), QColor(255, 255, 255, 235));
+    return picture;
 }
 
 QRectF toQt(const Rect& r) { return QRectF(r.x, r.y, r.width, r.height); }
@@ -86,12 +107,105 @@ TreemapView::TreemapView(StorageModel& model, QWidget* parent) : QWidget(parent)
     setContextMenuPolicy(Qt::DefaultContextMenu);
     for (auto signal : {&StorageModel::currentChanged, &StorageModel::treeChanged, &StorageModel::selectionChanged})
         connect(&model_, signal, this, &TreemapView::relayout);
+    connect(&model_, &StorageModel::selectionChanged, this, &TreemapView::selectionMoved);
+    // A reveal asks for attention: the tile it lands on wiggles again even when it was chosen already.
+    connect(&model_, &StorageModel::revealed, this, [this] { wiggle(model_.selection()); });
+    connect(&ThumbnailCache::shared(), &ThumbnailCache::ready, this, qOverload<>(&QWidget::update));
+    shownSelection_ = model_.selection();
+    for (quint64 id : shownSelection_) lift_[id] = 1;
     relayout();
 }
 
 QString TreemapView::emptyMessage() const {
     if (!model_.current()) return {};
     return QStringLiteral("Nothing here takes up space.");
+}
+
+std::optional<QColor> TreemapView::tint(const FileNode& node) const {
+    if (auto app = const_cast<StorageModel&>(model_).installedApp(node)) return IconColor::dominant(app->path);
+    if (Explainer::pathExtension(node.name()) == "app") return IconColor::dominant(node.path());
+    return std::nullopt;
+}
+
+bool TreemapView::reduceMotion() {
+    if (qEnvironmentVariableIsSet("BRENVO_REDUCE_MOTION")) return qEnvironmentVariable("BRENVO_REDUCE_MOTION") != QLatin1String("0");
+    // GNOME and the desktops that follow its settings keep the switch here; read once, as a running
+    // process would otherwise spawn a reader on every selection.
+    static const bool off = [] {
+        QProcess reader;
+        reader.start(QStringLiteral("gsettings"),
+                     {QStringLiteral("get"), QStringLiteral("org.gnome.desktop.interface"), QStringLiteral("enable-animations")});
+        if (!reader.waitForFinished(1000) || reader.exitCode() != 0) return false;
+        return reader.readAllStandardOutput().trimmed() == "false";
+    }();
+    return off;
+}
+
+double TreemapView::angle(quint64 id) const {
+    if (!wiggling_.contains(id) || wiggleTime_ < 0) return 0;
+    // Each swing takes 0.09 s, eased, and is followed by a rest of 0.09 s.
+    static constexpr double kAngles[] = {4, -4, 2.5, -1.5, 0};
+    static constexpr double kStep = 0.09;
+    const int swing = std::min(static_cast<int>(wiggleTime_ / (2 * kStep)), 4);
+    const double into = wiggleTime_ - swing * 2 * kStep;
+    const double from = swing == 0 ? 0 : kAngles[swing - 1];
+    const double t = std::clamp(into / kStep, 0.0, 1.0);
+    return from + (kAngles[swing] - from) * QEasingCurve(QEasingCurve::InOutQuad).valueForProgress(t);
+}
+
+void TreemapView::selectionMoved() {
+    const QSet<quint64> now = model_.selection();
+    QSet<quint64> added = now;
+    added.subtract(shownSelection_);
+    shownSelection_ = now;
+    std::map<quint64, double> target;
+    for (const Tile& tile : layout_.tiles)
+        if (tile.node) target[tile.node->id()] = now.contains(tile.node->id()) ? 1 : 0;
+    if (reduceMotion()) {
+        lift_ = target;
+        update();
+        return;
+    }
+    // Rise and settle with a little overshoot, as a spring would.
+    liftFrom_ = lift_;
+    if (rising_) rising_->stop();
+    auto* rise = new QVariantAnimation(this);
+    rise->setDuration(300);
+    rise->setStartValue(0.0);
+    rise->setEndValue(1.0);
+    rise->setEasingCurve(QEasingCurve::OutBack);
+    connect(rise, &QVariantAnimation::valueChanged, this, [this, target](const QVariant& value) {
+        const double t = value.toDouble();
+        for (auto [id, to] : target) {
+            const auto from = liftFrom_.find(id);
+            lift_[id] = (from == liftFrom_.end() ? 0.0 : from->second) * (1 - t) + to * t;
+        }
+        update();
+    });
+    rise->start(QAbstractAnimation::DeleteWhenStopped);
+    rising_ = rise;
+    wiggle(added);
+}
+
+void TreemapView::wiggle(const QSet<quint64>& ids) {
+    if (ids.isEmpty() || reduceMotion()) return;
+    wiggling_ = ids;
+    if (wiggler_) wiggler_->stop();
+    auto* run = new QVariantAnimation(this);
+    run->setDuration(900); // five swings, each with its rest
+    run->setStartValue(0.0);
+    run->setEndValue(0.9);
+    connect(run, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        wiggleTime_ = value.toDouble();
+        update();
+    });
+    connect(run, &QVariantAnimation::finished, this, [this] {
+        wiggleTime_ = -1;
+        wiggling_.clear();
+        update();
+    });
+    run->start(QAbstractAnimation::DeleteWhenStopped);
+    wiggler_ = run;
 }
 
 void TreemapView::relayout() {
@@ -113,6 +227,7 @@ const TreemapView::Tile* TreemapView::tileAt(QPointF point) const {
 void TreemapView::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::SmoothPixmapTransform);
     if (layout_.tiles.empty()) {
         p.setPen(palette().color(QPalette::PlaceholderText));
         p.drawText(rect().adjusted(24, 0, -24, 0), Qt::AlignCenter | Qt::TextWordWrap, emptyMessage());
@@ -122,78 +237,126 @@ void TreemapView::paintEvent(QPaintEvent*) {
     nameFont.setWeight(QFont::Medium);
     QFont sizeFont = font();
     sizeFont.setPointSizeF(font().pointSizeF() * 0.85);
-    const Profile& profile = platform::profile();
-    // Selected tiles last, so their raised shadow falls over their neighbours.
+    // Raised tiles last, so their shadow falls over their neighbours.
     std::vector<const Tile*> order;
     for (const Tile& tile : layout_.tiles) order.push_back(&tile);
-    std::stable_partition(order.begin(), order.end(), [this](const Tile* t) {
-        return !(t->node && model_.selection().contains(t->node->id()));
-    });
+    auto liftOf = [this](const Tile* t) {
+        if (!t->node) return 0.0;
+        const auto found = lift_.find(t->node->id());
+        return found == lift_.end() ? 0.0 : found->second;
+    };
+    std::stable_sort(order.begin(), order.end(), [&](const Tile* a, const Tile* b) { return liftOf(a) < liftOf(b); });
     for (const Tile* tile : order) {
-        const QRectF r = toQt(tile->rect).adjusted(1, 1, -1, -1);
-        if (r.width() <= 0 || r.height() <= 0) continue;
-        const bool selected = tile->node && model_.selection().contains(tile->node->id());
-        const QColor base = tile->node ? fileTypeColor(Explainer::category(*tile->node, profile))
-                                       : QColor::fromRgbF(0.28f, 0.30f, 0.33f);
-        QPainterPath shape;
-        shape.addRoundedRect(r, 4, 4);
-        if (selected) {
-            for (int i = 6; i > 0; --i) // a soft shadow under the raised tile
-                p.fillPath(shape.translated(0, i), QColor(0, 0, 0, 18));
-        }
-        QLinearGradient gradient(r.topLeft(), r.bottomLeft());
-        gradient.setColorAt(0, base.lighter(112));
-        gradient.setColorAt(1, base.darker(108));
-        p.fillPath(shape, gradient);
-        if (selected)
-            p.setPen(QPen(Qt::white, 3));
-        else if (tile->node)
-            p.setPen(QPen(QColor(0, 0, 0, 38), 0.5));
-        else
-            p.setPen(QPen(QColor(255, 255, 255, 64), 0.5));
-        p.drawPath(shape);
-
-        if (r.width() <= 70 || r.height() <= 34) continue;
-        const QRectF text = r.adjusted(8, 6, -8, -6);
-        QString name, size;
+        p.save();
         if (tile->node) {
-            name = toQString(tile->node->name());
-            size = sizeText(tile->node->size());
-        } else {
-            name = QStringLiteral("%1 more items").arg(countText(layout_.hiddenCount));
-            size = sizeText(layout_.hiddenSize);
+            if (const double degrees = angle(tile->node->id()); degrees != 0) {
+                const QPointF centre = toQt(tile->rect).center();
+                p.translate(centre);
+                p.rotate(degrees);
+                p.translate(-centre);
+            }
+            if (const double lift = std::clamp(liftOf(tile), 0.0, 1.2); lift > 0.01) {
+                // A soft shadow, dark and wide, a little below the tile.
+                const QRectF r = toQt(tile->rect).adjusted(1, 1, -1, -1).translated(0, 6 * lift);
+                for (int ring = 7; ring >= 1; --ring) {
+                    QPainterPath halo;
+                    halo.addRoundedRect(r.adjusted(-ring * 2, -ring * 2, ring * 2, ring * 2), 4 + ring * 2, 4 + ring * 2);
+                    p.fillPath(halo, QColor(0, 0, 0, static_cast<int>(std::min(lift, 1.0) * 0.6 * 255 / 9)));
+                }
+            }
         }
-        p.setFont(nameFont);
-        const QFontMetricsF nameMetrics(nameFont);
-        const QString elided = nameMetrics.elidedText(name, Qt::ElideMiddle, text.width());
-        p.setPen(QColor(0, 0, 0, 90)); // a drop shadow keeps the text legible on light tints
-        p.drawText(text.translated(0, 1), Qt::AlignLeft | Qt::AlignTop, elided);
-        p.setPen(Qt::white);
-        p.drawText(text, Qt::AlignLeft | Qt::AlignTop, elided);
-        p.setFont(sizeFont);
-        p.setPen(QColor(255, 255, 255, 217));
-        p.drawText(text.adjusted(0, nameMetrics.height() + 1, 0, 0), Qt::AlignLeft | Qt::AlignTop, size);
+        paintTile(p, *tile, nameFont, sizeFont);
+        p.restore();
+    }
+}
 
-        // Growth worth noticing on a map: 10 MB or more, and a twentieth of the item.
-        const auto change = tile->node ? tile->node->change() : std::nullopt;
-        if (change && *change != 0 && r.height() > 70) {
-            const int64_t magnitude = *change < 0 ? -*change : *change;
-            if (magnitude >= 10'000'000 && magnitude >= std::max<int64_t>(tile->node->size(), 1) / 20) {
-                const QString label = QString::fromStdString(ChangeTracker::label(*change, tile->node->isNew()));
-                QFont chipFont = sizeFont;
-                chipFont.setWeight(QFont::DemiBold);
-                p.setFont(chipFont);
-                const QString chip = (*change > 0 ? QStringLiteral("\u2191 ") : QStringLiteral("\u2193 ")) + label;
-                const QRectF chipRect(text.left(), text.bottom() - 18,
-                                      QFontMetricsF(chipFont).horizontalAdvance(chip) + 14, 18);
-                QPainterPath capsule;
-                capsule.addRoundedRect(chipRect, 9, 9);
-                p.fillPath(capsule, QColor(0, 0, 0, 89));
-                p.setPen(Qt::white);
-                p.drawText(chipRect, Qt::AlignCenter, chip);
+void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont, const QFont& sizeFont) {
+    const QRectF r = toQt(tile.rect).adjusted(1, 1, -1, -1);
+    if (r.width() <= 0 || r.height() <= 0) return;
+    const Profile& profile = platform::profile();
+    const FileNode* node = tile.node;
+    const bool selected = node && model_.selection().contains(node->id());
+    QColor base = QColor::fromRgbF(0.28f, 0.30f, 0.33f);
+    if (node) base = tint(*node).value_or(fileTypeColor(Explainer::category(*node, profile)));
+    QPainterPath shape;
+    shape.addRoundedRect(r, 4, 4);
+    QLinearGradient gradient(r.topLeft(), r.bottomLeft());
+    gradient.setColorAt(0, base.lighter(112));
+    gradient.setColorAt(1, base.darker(108));
+    p.fillPath(shape, gradient);
+
+    // A picture of the file in the bottom trailing corner, when there is room for one.
+    if (node && node->kind() == FileNode::Kind::file) {
+        const Category category = Explainer::category(*node, profile);
+        const double side = std::min(std::min(r.width(), r.height()) * 0.5, 140.0);
+        if ((category == Category::video || category == Category::image || category == Category::document) && side >= 40) {
+            ThumbnailCache& thumbnails = ThumbnailCache::shared();
+            const std::string path = node->path();
+            if (auto image = thumbnails.cached(path, side)) {
+                QSizeF shown = QSizeF(image->size()) / image->devicePixelRatio();
+                shown.scale(side, side, Qt::KeepAspectRatio);
+                const QRectF spot(r.right() - 8 - shown.width(), r.bottom() - 8 - shown.height(), shown.width(), shown.height());
+                QPainterPath corner;
+                corner.addRoundedRect(spot, 3, 3);
+                p.save();
+                p.setClipPath(corner);
+                p.drawImage(spot, *image);
+                p.restore();
+            } else if (!thumbnails.failed(path, side)) {
+                thumbnails.request(path, side);
             }
         }
     }
+
+    if (selected)
+        p.setPen(QPen(Qt::white, 3));
+    else if (node)
+        p.setPen(QPen(QColor(0, 0, 0, 38), 0.5));
+    else
+        p.setPen(QPen(QColor(255, 255, 255, 64), 0.5));
+    p.drawPath(shape);
+
+    if (r.width() <= 70 || r.height() <= 34) return;
+    QRectF text = r.adjusted(8, 6, -8, -6);
+    if (node && r.height() > 70) {
+        p.drawPixmap(QPointF(text.left(), text.top()), whiteIcon(*node));
+        text.adjust(0, 32, 0, 0);
+    }
+    QString name, size;
+    if (node) {
+        name = toQString(node->name());
+        size = sizeText(node->size());
+    } else {
+        name = QStringLiteral("%1 more items").arg(countText(layout_.hiddenCount));
+        size = sizeText(layout_.hiddenSize);
+    }
+    p.setFont(nameFont);
+    const QFontMetricsF nameMetrics(nameFont);
+    const QString elided = nameMetrics.elidedText(name, Qt::ElideMiddle, text.width());
+    p.setPen(QColor(0, 0, 0, 90)); // a drop shadow keeps the text legible on light tints
+    p.drawText(text.translated(0, 1), Qt::AlignLeft | Qt::AlignTop, elided);
+    p.setPen(Qt::white);
+    p.drawText(text, Qt::AlignLeft | Qt::AlignTop, elided);
+    p.setFont(sizeFont);
+    p.setPen(QColor(255, 255, 255, 217));
+    p.drawText(text.adjusted(0, nameMetrics.height() + 1, 0, 0), Qt::AlignLeft | Qt::AlignTop, size);
+
+    // Growth worth noticing on a map: 10 MB or more, and a twentieth of the item.
+    const auto change = node ? node->change() : std::nullopt;
+    if (!change || *change == 0 || r.height() <= 70) return;
+    const int64_t magnitude = *change < 0 ? (*change == INT64_MIN ? INT64_MAX : -*change) : *change;
+    if (magnitude < 10'000'000 || magnitude < std::max<int64_t>(node->size(), 1) / 20) return;
+    const QString label = QString::fromStdString(ChangeTracker::label(*change, node->isNew()));
+    QFont chipFont = sizeFont;
+    chipFont.setWeight(QFont::DemiBold);
+    p.setFont(chipFont);
+    const QString chip = (*change > 0 ? QStringLiteral("\u2191 ") : QStringLiteral("\u2193 ")) + label;
+    const QRectF chipRect(text.left(), r.bottom() - 6 - 18, QFontMetricsF(chipFont).horizontalAdvance(chip) + 14, 18);
+    QPainterPath capsule;
+    capsule.addRoundedRect(chipRect, 9, 9);
+    p.fillPath(capsule, QColor(0, 0, 0, 89));
+    p.setPen(Qt::white);
+    p.drawText(chipRect, Qt::AlignCenter, chip);
 }
 
 bool TreemapView::event(QEvent* event) {
@@ -220,7 +383,10 @@ bool TreemapView::event(QEvent* event) {
 
 void TreemapView::mousePressEvent(QMouseEvent* event) {
     const Tile* tile = tileAt(event->position());
+    pressed_ = nullptr;
     if (!tile || !tile->node || event->button() != Qt::LeftButton) return;
+    pressed_ = tile->node;
+    pressedAt_ = event->position();
     const quint64 id = tile->node->id();
     if (event->modifiers() & Qt::ControlModifier) {
         QSet<quint64> selection = model_.selection();
@@ -229,6 +395,21 @@ void TreemapView::mousePressEvent(QMouseEvent* event) {
     } else {
         model_.setSelection({id});
     }
+}
+
+// Dragging a tile hands the file to other programs, as a file manager would.
+void TreemapView::mouseMoveEvent(QMouseEvent* event) {
+    if (!(event->buttons() & Qt::LeftButton) || !pressed_) return;
+    if ((event->position() - pressedAt_).manhattanLength() < QApplication::startDragDistance()) return;
+    const Tile* tile = tileAt(pressedAt_);
+    pressed_ = nullptr;
+    if (!tile || !tile->node || tile->node->isAggregate()) return;
+    auto* data = new QMimeData;
+    data->setUrls({QUrl::fromEncoded(QByteArray::fromStdString(fileURL(tile->node->path(), tile->node->isFolder())))});
+    auto* drag = new QDrag(this);
+    drag->setMimeData(data);
+    drag->setPixmap(fileIcon(*tile->node).pixmap(32, 32));
+    drag->exec(Qt::CopyAction | Qt::LinkAction, Qt::CopyAction);
 }
 
 void TreemapView::mouseDoubleClickEvent(QMouseEvent* event) {
@@ -246,20 +427,10 @@ void TreemapView::mouseDoubleClickEvent(QMouseEvent* event) {
 void TreemapView::contextMenuEvent(QContextMenuEvent* event) {
     const Tile* tile = tileAt(event->pos());
     if (!tile || !tile->node) return;
-    NodeRef node(tile->node);
     QMenu menu(this);
-    const bool folder = node->isFolder() && !node->children().empty();
-    if (folder) {
-        menu.addAction(QStringLiteral("Open folder"), this, [this, node] {
-            model_.setCurrent(node.get());
-            model_.setSelection({});
-        });
-    } else if (!node->isAggregate()) {
-        menu.addAction(QStringLiteral("Open"), this, [this, node] { model_.openInDefaultApp(*node); });
-    }
-    menu.addAction(say("Reveal in Finder"), this, [this, node] { model_.showInFolder(node->path()); });
-    menu.addSeparator();
-    menu.addAction(QStringLiteral("Delete\u2026"), this, [this, node] { model_.requestDelete({node.get()}); });
+    auto primary = FileActionsMenu::primaryAction(model_, tile->node, QStringLiteral("Open folder"));
+    if (primary.run) menu.addAction(primary.title, &menu, primary.run);
+    FileActionsMenu::addActions(menu, model_, {tile->node});
     menu.exec(event->globalPos());
 }
 

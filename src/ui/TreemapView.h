@@ -1,11 +1,16 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
+
+class QVariantAnimation;
 
 #ifndef Q_MOC_RUN
 #include "geometry/TreemapLayout.h"
 #include "tree/FileNode.h"
 
+#include <map>
+#include <optional>
 #include <vector>
 #endif
 
@@ -41,21 +46,42 @@ public:
 
     const Layout& currentLayout() const { return layout_; }
     QString emptyMessage() const;
+    // The colour a tile takes from an application's icon: the app the item belongs to, or an app bundle's
+    // own icon; none for anything else or a grey icon.
+    std::optional<QColor> tint(const FileNode& node) const;
+    // Whether the desktop asked for less motion: then a chosen tile rises at once and doesn't wiggle.
+    static bool reduceMotion();
+    // How far a tile is tilted now, in degrees; for tests.
+    double angle(quint64 id) const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
     bool event(QEvent* event) override;
 
 private:
     void relayout();
+    void selectionMoved();
+    void wiggle(const QSet<quint64>& ids);
     const Tile* tileAt(QPointF point) const;
+    void paintTile(QPainter& p, const Tile& tile, const QFont& nameFont, const QFont& sizeFont);
 
     StorageModel& model_;
     Layout layout_;
+    // The rise of each tile, 0 lying flat to 1 raised, eased towards the selection.
+    std::map<quint64, double> lift_;
+    std::map<quint64, double> liftFrom_;
+    QSet<quint64> shownSelection_;
+    QPointer<QVariantAnimation> rising_;
+    QSet<quint64> wiggling_;
+    double wiggleTime_ = -1; // seconds into the wiggle; below 0 when none runs
+    QPointer<QVariantAnimation> wiggler_;
+    QPointF pressedAt_;
+    FileNode* pressed_ = nullptr;
 };
 
 } // namespace brenvo

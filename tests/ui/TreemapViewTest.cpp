@@ -70,3 +70,34 @@ TEST(TreemapView, ClicksSelectAndDoubleClicksGoIn) {
     EXPECT_EQ(model.current()->name(), "movies");
     EXPECT_EQ(map->currentLayout().tiles.size(), 2u);
 }
+
+TEST(TreemapView, AChosenTileWigglesUnlessTheDesktopAsksForCalm) {
+    test::TempTree tree;
+    tree.file("big.bin", 400000);
+    tree.file("small.bin", 100000);
+    StorageModel model;
+    TreemapView map(model);
+    map.resize(600, 400);
+    map.show();
+    QObject::connect(&model, &StorageModel::locationChanged, &model, [&] { model.scan(*model.location()); });
+    model.explore(tree.root());
+    ASSERT_TRUE(waitFor([&] { return !model.isScanning() && model.current(); }));
+    FileNode* big = model.root()->find(tree.path("big.bin"));
+    FileNode* small = model.root()->find(tree.path("small.bin"));
+
+    qputenv("BRENVO_REDUCE_MOTION", "0");
+    model.setSelection({big->id()});
+    bool swung = false;
+    waitFor([&] { return (swung = swung || map.angle(big->id()) != 0) && map.angle(big->id()) == 0; }, 3000);
+    EXPECT_TRUE(swung);
+    EXPECT_EQ(map.angle(big->id()), 0); // it comes to rest straight
+
+    qputenv("BRENVO_REDUCE_MOTION", "1");
+    model.setSelection({small->id()});
+    for (int i = 0; i < 10; ++i) {
+        QTest::qWait(30);
+        EXPECT_EQ(map.angle(small->id()), 0);
+    }
+    // A grey icon gives no colour: a plain file keeps its category's colour.
+    EXPECT_FALSE(map.tint(*small));
+}
