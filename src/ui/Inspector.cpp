@@ -8,6 +8,7 @@
 #include "Preferences.h"
 #include "StorageModel.h"
 #include "Text.h"
+#include "ThumbnailView.h"
 #include "Words.h"
 #include "format/Formatters.h"
 #include "util/Paths.h"
@@ -121,8 +122,18 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
     // The header: icon, name and size, and the item's menu.
     auto* header = new QHBoxLayout;
     header->setSpacing(10);
-    auto* picture = new QLabel(detail);
-    picture->setPixmap(fileIcon(node).pixmap(40, 40));
+    const Category category = Explainer::category(node, *context.profile);
+    const bool pictured = node.kind() == FileNode::Kind::file &&
+                          (category == Category::video || category == Category::image || category == Category::document);
+    QWidget* picture;
+    if (pictured) {
+        picture = new ThumbnailView(node.path(), 40, fileIcon(node), detail);
+    } else {
+        auto* plain = new QLabel(detail);
+        plain->setPixmap(fileIcon(node).pixmap(40, 40));
+        picture = plain;
+    }
+    picture->setFixedSize(40, 40);
     header->addWidget(picture, 0, Qt::AlignTop);
     auto* titles = new QVBoxLayout;
     titles->setSpacing(2);
@@ -154,6 +165,16 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
         header->addWidget(more, 0, Qt::AlignTop);
     }
     column->addLayout(header);
+
+    if (pictured) {
+        auto* preview = new ThumbnailView(node.path(), 256, fileIcon(node), detail);
+        preview->setObjectName(QStringLiteral("preview"));
+        preview->setCornerRadius(6);
+        preview->setFixedHeight(220);
+        preview->setToolTip(QStringLiteral("Double-click to open"));
+        QObject::connect(preview, &ThumbnailView::activated, preview, [&model, held] { model.openInDefaultApp(*held); });
+        column->addWidget(preview);
+    }
 
     // The facts.
     auto* facts = new QGridLayout;

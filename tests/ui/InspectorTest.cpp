@@ -88,6 +88,13 @@ TEST(Inspector, TheFolderOnShowAndAnItemChosenInIt) {
     EXPECT_FALSE(c.text(QStringLiteral("fact:Last opened")).isEmpty());
     EXPECT_FALSE(c.text(QStringLiteral("fact:Kind")).isEmpty());
 
+    EXPECT_TRUE(c.has(QStringLiteral("preview"))); // a document gets a preview, its icon until a picture comes
+    c.select({});
+    EXPECT_FALSE(c.has(QStringLiteral("preview")));
+    c.model.setCurrent(photos);
+    c.select({photos->children().front()});
+    EXPECT_TRUE(c.has(QStringLiteral("preview"))); // a picture gets a large preview above its facts
+
     // A selection that goes away falls back to the folder on show.
     c.select({});
     EXPECT_EQ(c.view.route(), QStringLiteral("folder"));
