@@ -10,6 +10,7 @@
 #include "cache/ChangeTracker.h"
 #include "platform/Platform.h"
 #include "util/FileURL.h"
+#include "util/Paths.h"
 
 #include <QApplication>
 #include <QContextMenuEvent>
@@ -22,6 +23,7 @@
 #include <QHelpEvent>
 #include <QLinearGradient>
 #include <QMenu>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -105,6 +107,7 @@ TreemapView::TreemapView(StorageModel& model, QWidget* parent) : QWidget(parent)
     setMinimumSize(300, 160);
     setMouseTracking(true);
     setContextMenuPolicy(Qt::DefaultContextMenu);
+    setFocusPolicy(Qt::ClickFocus);
     for (auto signal : {&StorageModel::currentChanged, &StorageModel::treeChanged, &StorageModel::selectionChanged})
         connect(&model_, signal, this, &TreemapView::relayout);
     connect(&model_, &StorageModel::selectionChanged, this, &TreemapView::selectionMoved);
@@ -117,8 +120,16 @@ TreemapView::TreemapView(StorageModel& model, QWidget* parent) : QWidget(parent)
 }
 
 QString TreemapView::emptyMessage() const {
-    if (!model_.current()) return {};
-    return QStringLiteral("Nothing here takes up space.");
+    const FileNode* current = model_.current();
+    if (!current) return {};
+    const std::string& cloud = platform::profile().iCloudDrivePath;
+    const std::string path = current->path();
+    if (cloud.empty() || !isInside(path, cloud)) return QStringLiteral("Nothing here takes up space.");
+    // Files kept only in the cloud take no room here, though the list shows them.
+    if (!current->children().empty())
+        return say("Nothing here is downloaded to this Mac.\nFiles kept only in iCloud use no space here; they're "
+                   "listed below.");
+    return path == cloud ? QStringLiteral("Your iCloud Drive is empty.") : QStringLiteral("This folder is empty.");
 }
 
 std::optional<QColor> TreemapView::tint(const FileNode& node) const {
@@ -404,12 +415,39 @@ void TreemapView::mouseMoveEvent(QMouseEvent* event) {
     const Tile* tile = tileAt(pressedAt_);
     pressed_ = nullptr;
     if (!tile || !tile->node || tile->node->isAggregate()) return;
-    auto* data = new QMimeData;
-    data->setUrls({QUrl::fromEncoded(QByteArray::fromStdString(fileURL(tile->node->path(), tile->node->isFolder())))});
+    auto* offered = new QMimeData;
+    offered->setUrls({QUrl::fromEncoded(QByteArray::fromStdString(fileURL(tile->node->path(), tile->node->isFolder())))});
     auto* drag = new QDrag(this);
-    drag->setMimeData(data);
+    drag->setMimeData(offered);
     drag->setPixmap(fileIcon(*tile->node).pixmap(32, 32));
     drag->exec(Qt::CopyAction | Qt::LinkAction, Qt::CopyAction);
+}
+
+// With the map in focus, arrows walk the items by size and Return opens the one chosen.
+void TreemapView::keyPressEvent(QKeyEvent* event) {
+    if (event->modifiers() & ~Qt::KeypadModifier) return QWidget::keyPressEvent(event);
+    switch (event->key()) {
+    case Qt::Key_Left:
+    case Qt::Key_Up: model_.selectNeighbour(false); return;
+    case Qt::Key_Right:
+    case Qt::Key_Down: model_.selectNeighbour(true); return;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (const auto selected = model_.selectedNodes(); selected.size() == 1) {
+            auto primary = FileActionsMenu::primaryAction(model_, selected.front(), QStringLiteral("Open folder"));
+            if (primary.run) primary.run();
+            return;
+        }
+        break;
+    case Qt::Key_Escape:
+        if (!model_.selection().isEmpty()) {
+            model_.setSelection({});
+            return;
+        }
+        break;
+    default: break;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void TreemapView::mouseDoubleClickEvent(QMouseEvent* event) {
