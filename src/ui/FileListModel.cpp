@@ -10,6 +10,7 @@
 
 #include <QApplication>
 #include <QPalette>
+#include <unordered_map>
 
 namespace brenvo {
 
@@ -51,9 +52,12 @@ int FileListModel::listColumnOf(int column) {
 
 void FileListModel::reload() {
     std::vector<FileNode*> rows = model_.listItems();
+    // Each row's kind once: the kind column shows it and may sort by it.
     const ExplainContext context = StorageModel::explainContext(model_.catalog());
-    auto kindOf = [&](const FileNode& node) { return Explainer::kindLabel(node, context); };
-    StorageModel::sortRows(rows, model_.listOrder(), kindOf);
+    std::unordered_map<const FileNode*, std::string> kindOf;
+    kindOf.reserve(rows.size());
+    for (FileNode* row : rows) kindOf.emplace(row, Explainer::kindLabel(*row, context));
+    StorageModel::sortRows(rows, model_.listOrder(), [&](const FileNode& node) { return kindOf.at(&node); });
     FileNode* current = model_.current();
     const QString key = current ? QStringLiteral("%1|%2|%3|%4")
                                       .arg(QString::number(current->id()), toQString(model_.searchText()),
@@ -62,7 +66,7 @@ void FileListModel::reload() {
                                 : QString();
     std::vector<QString> kinds;
     kinds.reserve(rows.size());
-    for (FileNode* row : rows) kinds.push_back(QString::fromStdString(kindOf(*row)));
+    for (FileNode* row : rows) kinds.push_back(QString::fromStdString(kindOf.at(row)));
     if (key == rowsKey_ && rows == rows_) {
         // The same rows: sizes, dates or changes may differ, the rows themselves don't.
         kinds_ = std::move(kinds);

@@ -162,13 +162,13 @@ namespace {
 // pattern, made for the chosen locale.
 icu::DateFormat* dateFormat(const char16_t* skeleton) {
     formatters();
-    thread_local std::map<std::u16string, std::unique_ptr<icu::DateFormat>> made;
+    thread_local std::map<std::u16string, std::unique_ptr<icu::DateFormat>> formats;
     thread_local int madeFor = -1;
     if (madeFor != localeGeneration) {
-        made.clear();
+        formats.clear();
         madeFor = localeGeneration;
     }
-    auto& slot = made[skeleton];
+    auto& slot = formats[skeleton];
     if (!slot) {
         UErrorCode status = U_ZERO_ERROR;
         slot.reset(icu::DateFormat::createInstanceForSkeleton(icu::UnicodeString(skeleton), chosenLocale, status));
