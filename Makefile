@@ -51,6 +51,7 @@ test: setup $(CHECKED)/build.ninja
 bench: build
 	@echo "Benchmarks: $(RELEASE)/bench/brenvo_bench; peers: bench/peers.sh TREE"
 	$(RELEASE)/bench/brenvo_bench
+	QT_QPA_PLATFORM=offscreen $(RELEASE)/bench/brenvo_page_bench
 
 # The snapshot decoder under libFuzzer, for a minute; pass FUZZ_SECONDS to change that.
 FUZZ_SECONDS ?= 60
