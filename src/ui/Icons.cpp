@@ -113,10 +113,14 @@ void ensureTheme() {
         const QString system = QStringLiteral("/usr/share/icons");
         if (!paths.contains(system) && QFileInfo(system).isDir()) paths << system;
         QIcon::setThemeSearchPaths(paths);
-        if (QIcon::themeName().isEmpty()) {
-            const bool adwaita = QFileInfo(system + QStringLiteral("/Adwaita")).isDir();
+        // A bare X session names "hicolor", which has almost no types' icons; a desktop's own theme stays,
+        // with Adwaita behind it for what it lacks.
+        const bool adwaita = QFileInfo(system + QStringLiteral("/Adwaita")).isDir();
+        const QString theme = QIcon::themeName();
+        if (theme.isEmpty() || theme == QStringLiteral("hicolor"))
             QIcon::setThemeName(adwaita ? QStringLiteral("Adwaita") : QStringLiteral("hicolor"));
-        }
+        else if (adwaita)
+            QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
         return true;
     }();
     (void)ready;

@@ -18,6 +18,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTimer>
@@ -38,6 +39,24 @@ QLabel* wrapped(const QString& text, QWidget* parent) {
     label->setTextFormat(Qt::PlainText);
     return label;
 }
+
+// A path on one line, shortened in the middle when the column is narrower than it; the whole path is in
+// its tooltip. Paths rarely have spaces to wrap at, and one long path must not widen the column.
+class PathLabel : public QLabel {
+public:
+    PathLabel(const QString& path, QWidget* parent) : QLabel(path, parent) {
+        setToolTip(path);
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+    QSize minimumSizeHint() const override { return QSize(40, QLabel::minimumSizeHint().height()); }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setPen(palette().color(QPalette::WindowText));
+        p.drawText(rect(), Qt::AlignLeft | Qt::AlignTop, fontMetrics().elidedText(text(), Qt::ElideMiddle, width()));
+    }
+};
 
 QFont scaled(const QFont& base, double factor, QFont::Weight weight) {
     QFont font = base;
@@ -181,17 +200,17 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
     facts->setHorizontalSpacing(10);
     facts->setVerticalSpacing(4);
     facts->setColumnStretch(1, 1);
-    auto fact = [&](const QString& label, const QString& value) {
+    auto fact = [&](const QString& label, const QString& value, bool path = false) {
         const int row = facts->rowCount();
         auto* key = new QLabel(label, detail);
         key->setForegroundRole(QPalette::PlaceholderText);
         facts->addWidget(key, row, 0, Qt::AlignTop | Qt::AlignLeft);
-        QLabel* text = wrapped(value, detail);
+        QLabel* text = path ? new PathLabel(value, detail) : wrapped(value, detail);
         text->setObjectName(QStringLiteral("fact:") + label);
         facts->addWidget(text, row, 1);
     };
     const std::string location = node.isAggregate() && node.parent() ? node.parent()->path() : node.path();
-    fact(QStringLiteral("Location"), displayPath(location));
+    fact(QStringLiteral("Location"), displayPath(location), true);
     fact(QStringLiteral("Kind"), QString::fromStdString(Explainer::kindLabel(node, context)));
     if (node.kind() != FileNode::Kind::file) fact(QStringLiteral("Files"), countText(node.itemCount()));
     if (auto modified = node.modified())

@@ -216,6 +216,12 @@ void PreviewWindow::refresh() {
     setWindowTitle(title);
     load(*url);
     if (!isVisible()) {
+        // Over the middle of the window it belongs to, the first time; where the user left it after that.
+        if (!placed_ && parentWidget()) {
+            const QRect owner = parentWidget()->window()->frameGeometry();
+            move(owner.center() - QPoint(width() / 2, height() / 2));
+            placed_ = true;
+        }
         show();
         activateWindow();
     } else if (!isActiveWindow()) {

@@ -67,6 +67,7 @@ private:
     QLabel* name_;
     QFormLayout* facts_;
     QLabel* message_;
+    bool placed_ = false;
 };
 
 } // namespace brenvo
