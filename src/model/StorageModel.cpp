@@ -662,9 +662,12 @@ std::optional<std::string> StorageModel::relativeFolder(const FileNode& node) co
     const FileNode* parent = node.parent();
     if (!current_ || !parent || parent == current_.get()) return std::nullopt;
     const std::string folder = parent->path();
-    const size_t cut = current_->path().size() + 1;
-    return folder.size() > cut ? folder.substr(cut) : std::string();
+    std::string base = current_->path();
+    if (!base.ends_with('/')) base += '/'; // "/" itself already ends in one
+    return folder.starts_with(base) ? folder.substr(base.size()) : folder;
 }
+
+FileNode* StorageModel::find(const std::string& path) const { return root_ ? root_->find(path) : nullptr; }
 
 std::vector<FileNode*> StorageModel::selectedNodes() const {
     std::vector<FileNode*> selected;

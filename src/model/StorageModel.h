@@ -60,6 +60,8 @@ public:
     void setLocation(std::optional<ScanLocation> location);
     FileNode* root() const { return root_.get(); }
     FileNode* current() const { return current_.get(); }
+    // The node at `path` in the tree on show; none when there is no such node (any more).
+    FileNode* find(const std::string& path) const;
     void setCurrent(FileNode* folder);
     const QSet<quint64>& selection() const { return selection_; }
     void setSelection(QSet<quint64> ids);
@@ -112,7 +114,7 @@ public:
     bool isFiltering() const;
     void clearFilters();
     // The order the list shows its rows in: a column and a direction. Kept here so it outlives the list and
-    // so everything that speaks of "list order" means the rows on screen.
+    // the folder.
     enum class ListColumn { name, size, change, kind, modified, lastOpened };
     struct ListOrder {
         ListColumn column = ListColumn::size;

@@ -4,7 +4,6 @@
 #include "StorageModel.h"
 #include "Text.h"
 #include "Words.h"
-#include "util/FileURL.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -24,18 +23,24 @@ bool isProtected(StorageModel& model, const FileNode& node) {
 
 } // namespace
 
+// An action runs later than it was offered (a menu waits for the user), by which time a scan or a live
+// change may have replaced the tree: it looks its items up again by path, and does nothing for those gone.
 Primary primaryAction(StorageModel& model, FileNode* node, const QString& folderTitle) {
     if (!node) return {};
-    NodeRef held(node);
+    const std::string path = node->path();
     if (node->isFolder() && !node->children().empty())
-        return {folderTitle, [&model, held] {
-                    model.setCurrent(held.get());
-                    model.setSelection({});
+        return {folderTitle, [&model, path] {
+                    if (FileNode* folder = model.find(path); folder && folder->isFolder()) {
+                        model.setCurrent(folder);
+                        model.setSelection({});
+                    }
                 }};
     if (node->isAggregate()) return {};
     // An installer whose application is already here asks first, so its entry says there's more to come.
     const QString title = model.installedApp(*node) ? QStringLiteral("Open\u2026") : QStringLiteral("Open");
-    return {title, [&model, held] { model.openInDefaultApp(*held); }};
+    return {title, [&model, path] {
+                if (FileNode* item = model.find(path)) model.openInDefaultApp(*item);
+            }};
 }
 
 void copyItems(const std::vector<std::string>& paths) {
@@ -43,10 +48,8 @@ void copyItems(const std::vector<std::string>& paths) {
     QList<QUrl> urls;
     QByteArray gnome("copy");
     for (const std::string& path : paths) {
-        // Built from the bytes, so a name that isn't UTF-8 survives the trip.
-        const QByteArray url = QByteArray::fromStdString(fileURL(path, false));
-        urls.push_back(QUrl::fromEncoded(url));
-        gnome += '\n' + url;
+        urls.push_back(urlOf(path, false));
+        gnome += '\n' + urls.back().toEncoded();
     }
     data->setUrls(urls);
     data->setData(QStringLiteral("x-special/gnome-copied-files"), gnome);
@@ -55,7 +58,6 @@ void copyItems(const std::vector<std::string>& paths) {
 
 void addActions(QMenu& menu, StorageModel& model, const std::vector<FileNode*>& nodes) {
     if (nodes.empty()) return;
-    std::vector<NodeRef> held(nodes.begin(), nodes.end());
     std::vector<std::string> paths;
     for (FileNode* node : nodes) paths.push_back(node->path());
     FileNode* first = nodes.front();
@@ -87,9 +89,14 @@ void addActions(QMenu& menu, StorageModel& model, const std::vector<FileNode*>& 
         anyAllowed = anyAllowed || !isProtected(model, *node);
     }
     if (deletable.empty()) return;
+    std::vector<std::string> deletablePaths;
+    for (FileNode* node : deletable) deletablePaths.push_back(node->path());
     menu.addSeparator();
-    QAction* remove = menu.addAction(QStringLiteral("Delete\u2026"), &menu, [&model, deletable, held] {
-        model.requestDelete(deletable);
+    QAction* remove = menu.addAction(QStringLiteral("Delete\u2026"), &menu, [&model, deletablePaths] {
+        std::vector<FileNode*> found;
+        for (const std::string& path : deletablePaths)
+            if (FileNode* node = model.find(path)) found.push_back(node);
+        if (!found.empty()) model.requestDelete(found);
     });
     remove->setEnabled(anyAllowed);
 }

@@ -24,7 +24,7 @@ struct Primary {
 Primary primaryAction(StorageModel& model, FileNode* node, const QString& folderTitle);
 
 // Adds the shared entries for `nodes` (the first is the one clicked): opening, preview, showing in the
-// file manager, copying, and deleting. Nodes are held by reference for as long as the menu lives.
+// file manager, copying, and deleting. The entries act on the items found at the same paths when chosen.
 void addActions(QMenu& menu, StorageModel& model, const std::vector<FileNode*>& nodes);
 
 // Puts the items on the clipboard as files, which file managers paste as copies.

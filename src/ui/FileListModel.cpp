@@ -57,10 +57,14 @@ void FileListModel::reload() {
     std::unordered_map<const FileNode*, std::string> kindOf;
     kindOf.reserve(rows.size());
     for (FileNode* row : rows) kindOf.emplace(row, Explainer::kindLabel(*row, context));
+    // Sorted by last opening, every row's date counts, not only those on screen: ask for all of them at once,
+    // so the order settles after one answer.
+    if (model_.listOrder().column == StorageModel::ListColumn::lastOpened) model_.loadLastOpened(rows);
     StorageModel::sortRows(rows, model_.listOrder(), [&](const FileNode& node) { return kindOf.at(&node); });
     FileNode* current = model_.current();
+    // By path: a fresh scan or a re-measured folder brings new nodes, not another folder.
     const QString key = current ? QStringLiteral("%1|%2|%3|%4")
-                                      .arg(QString::number(current->id()), toQString(model_.searchText()),
+                                      .arg(toQString(current->path()), toQString(model_.searchText()),
                                            QString::number(static_cast<int>(model_.kindFilter())),
                                            QString::number(static_cast<int64_t>(model_.sizeFilter())))
                                 : QString();

@@ -1,4 +1,5 @@
 #include "EventLoop.h"
+#include "FileActionsMenu.h"
 #include "FileListModel.h"
 #include "FileListView.h"
 #include "FolderPage.h"
@@ -196,4 +197,29 @@ TEST(FileList, ThePageAtSeveralSizes) {
         EXPECT_GE(page.list()->horizontalHeader()->sectionSize(FileListModel::Name), 180);
         EXPECT_FALSE(page.window.folderPage()->map()->currentLayout().tiles.empty());
     }
+}
+
+TEST(FileList, AFreshScanKeepsThePlaceAndStaleActionsFindTheNewTree) {
+    test::TempTree tree;
+    for (int i = 0; i < 80; ++i) tree.file("inner/f" + std::to_string(i), 5000 + i * 4096);
+    for (int i = 0; i < 60; ++i) tree.file("g" + std::to_string(i), 4096 + i * 4096);
+    Page page;
+    ASSERT_TRUE(page.open(tree.root()));
+    page.list()->verticalScrollBar()->setValue(page.list()->verticalScrollBar()->maximum());
+    const int scrolled = page.list()->verticalScrollBar()->value();
+    ASSERT_GT(scrolled, 0);
+    auto goInside = FileActionsMenu::primaryAction(page.model, page.model.find(tree.path("inner")), QStringLiteral("Open folder"));
+
+    // Scan Again: every node is new, the folder on show isn't.
+    FileNode* before = page.model.root();
+    page.window.scanAgainAction()->trigger();
+    ASSERT_TRUE(waitFor([&] { return !page.model.isRefreshing() && page.model.root() != before; }));
+    settle(100);
+    EXPECT_EQ(page.list()->verticalScrollBar()->value(), scrolled);
+
+    // The action offered before the scan acts on the folder of the tree on show now.
+    goInside.run();
+    ASSERT_NE(page.model.current(), nullptr);
+    EXPECT_EQ(page.model.current(), page.model.find(tree.path("inner")));
+    EXPECT_EQ(page.model.current()->parent(), page.model.root());
 }
