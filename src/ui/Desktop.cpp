@@ -6,19 +6,21 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QProcess>
 #include <QStringList>
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 namespace brenvo {
 
-namespace {
-
 // Built from the path's bytes: QUrl::fromLocalFile would lose those of a name that is not UTF-8, which
 // fileURL percent-encodes one by one (so the text is ASCII).
 QUrl urlOf(const std::string& path, bool isFolder) { return QUrl(QString::fromLatin1(fileURL(path, isFolder))); }
+
+namespace {
 
 UrlOpener& opener() {
     static UrlOpener current;
@@ -45,6 +47,37 @@ void openFolders(const std::vector<std::string>& paths) {
 }
 
 } // namespace
+
+namespace {
+
+// Unknown until the desktop has answered; until then motion is on, as most desktops have it.
+std::atomic<int> reducedMotion{-1};
+
+void readMotionSetting() {
+    static bool asked = false;
+    if (asked) return;
+    asked = true;
+    // GNOME and the desktops that follow its settings keep the switch here. Read in the background, so
+    // no screen waits for a process to start.
+    auto* reader = new QProcess(qApp);
+    QObject::connect(reader, &QProcess::finished, reader, [reader](int code, QProcess::ExitStatus status) {
+        if (status == QProcess::NormalExit && code == 0)
+            reducedMotion = reader->readAllStandardOutput().trimmed() == "false" ? 1 : 0;
+        reader->deleteLater();
+    });
+    QObject::connect(reader, &QProcess::errorOccurred, reader, [reader](QProcess::ProcessError) { reader->deleteLater(); });
+    reader->start(QStringLiteral("gsettings"),
+                  {QStringLiteral("get"), QStringLiteral("org.gnome.desktop.interface"), QStringLiteral("enable-animations")});
+}
+
+} // namespace
+
+bool prefersReducedMotion() {
+    if (qEnvironmentVariableIsSet("BRENVO_REDUCE_MOTION"))
+        return qEnvironmentVariable("BRENVO_REDUCE_MOTION") != QLatin1String("0");
+    readMotionSetting();
+    return reducedMotion == 1;
+}
 
 UrlOpener setUrlOpener(UrlOpener replacement) { return std::exchange(opener(), std::move(replacement)); }
 

@@ -11,6 +11,13 @@ namespace brenvo {
 
 // Handing items to the desktop: opening them, and showing them in the file manager.
 
+// A file URL built from the path's bytes, so a name that isn't UTF-8 survives the trip.
+QUrl urlOf(const std::string& path, bool isFolder);
+
+// Whether the desktop asked for less motion (GNOME's enable-animations off, or BRENVO_REDUCE_MOTION=1).
+// The desktop's answer is read in the background on the first call; until it comes, the answer is no.
+bool prefersReducedMotion();
+
 // Opens a file or folder with what the desktop uses for it; an application's desktop entry is launched
 // rather than opened as a text file.
 void openItem(const std::string& path);

@@ -1,5 +1,6 @@
 #include "TreemapView.h"
 
+#include "Desktop.h"
 #include "FileActionsMenu.h"
 #include "FileIcons.h"
 #include "IconColor.h"
@@ -9,7 +10,6 @@
 #include "Words.h"
 #include "cache/ChangeTracker.h"
 #include "platform/Platform.h"
-#include "util/FileURL.h"
 #include "util/Paths.h"
 
 #include <QApplication>
@@ -17,9 +17,9 @@
 #include <QDrag>
 #include <QEasingCurve>
 #include <QMimeData>
-#include <QProcess>
 #include <QUrl>
 #include <QVariantAnimation>
+#include <QHash>
 #include <QHelpEvent>
 #include <QLinearGradient>
 #include <QMenu>
@@ -29,6 +29,7 @@
 #include <QPainterPath>
 #include <QToolTip>
 #include <algorithm>
+#include <iterator>
 
 namespace brenvo {
 
@@ -52,13 +53,18 @@ QColor fileTypeColor(Category category) {
     return QColor::fromRgbF(0.35f, 0.38f, 0.42f);
 }
 
-// The item's icon as a white silhouette: any colour of its own would fight the tile's.
+// The item's icon as a white silhouette: any colour of its own would fight the tile's. Made once per icon.
 QPixmap whiteIcon(const FileNode& node) {
-    QPixmap picture = fileIcon(node).pixmap(28, 28);
+    static QHash<qint64, QPixmap> made;
+    const QIcon source = fileIcon(node);
+    auto found = made.constFind(source.cacheKey());
+    if (found != made.constEnd()) return *found;
+    QPixmap picture = source.pixmap(28, 28);
     QPainter tint(&picture);
     tint.setCompositionMode(QPainter::CompositionMode_SourceIn);
     tint.fillRect(picture.rect(), QColor(255, 255, 255, 235));
-    return picture;
+    tint.end();
+    return *made.insert(source.cacheKey(), picture);
 }
 
 QRectF toQt(const Rect& r) { return QRectF(r.x, r.y, r.width, r.height); }
@@ -98,8 +104,10 @@ TreemapView::Layout TreemapView::layout(FileNode* folder, const QSet<quint64>& s
     if (out.hiddenCount > 0) weights.push_back(static_cast<double>(out.hiddenSize));
     auto rects = TreemapLayout::squarify(TreemapLayout::displayWeights(weights, kMinShare),
                                          Rect{0, 0, size.width(), size.height()});
-    for (size_t i = 0; i < tiles.size(); ++i) out.tiles.push_back({tiles[i], rects[i]});
-    if (out.hiddenCount > 0) out.tiles.push_back({nullptr, rects.back()});
+    const Profile& profile = platform::profile();
+    for (size_t i = 0; i < tiles.size(); ++i)
+        out.tiles.push_back({tiles[i], rects[i], tiles[i]->path(), Explainer::category(*tiles[i], profile), {}});
+    if (out.hiddenCount > 0) out.tiles.push_back({nullptr, rects.back(), {}, Category::aggregate, {}});
     return out;
 }
 
@@ -112,11 +120,11 @@ TreemapView::TreemapView(StorageModel& model, QWidget* parent) : QWidget(parent)
         connect(&model_, signal, this, &TreemapView::relayout);
     connect(&model_, &StorageModel::selectionChanged, this, &TreemapView::selectionMoved);
     // A reveal asks for attention: the tile it lands on wiggles again even when it was chosen already.
-    connect(&model_, &StorageModel::revealed, this, [this] { wiggle(model_.selection()); });
+    connect(&model_, &StorageModel::revealed, this, [this] { wiggle(selectedTiles()); });
     connect(&ThumbnailCache::shared(), &ThumbnailCache::ready, this, qOverload<>(&QWidget::update));
-    shownSelection_ = model_.selection();
-    for (quint64 id : shownSelection_) lift_[id] = 1;
     relayout();
+    shownSelection_ = selectedTiles();
+    for (const std::string& path : shownSelection_) lift_[path] = 1;
 }
 
 QString TreemapView::emptyMessage() const {
@@ -138,22 +146,23 @@ std::optional<QColor> TreemapView::tint(const FileNode& node) const {
     return std::nullopt;
 }
 
-bool TreemapView::reduceMotion() {
-    if (qEnvironmentVariableIsSet("BRENVO_REDUCE_MOTION")) return qEnvironmentVariable("BRENVO_REDUCE_MOTION") != QLatin1String("0");
-    // GNOME and the desktops that follow its settings keep the switch here; read once, as a running
-    // process would otherwise spawn a reader on every selection.
-    static const bool off = [] {
-        QProcess reader;
-        reader.start(QStringLiteral("gsettings"),
-                     {QStringLiteral("get"), QStringLiteral("org.gnome.desktop.interface"), QStringLiteral("enable-animations")});
-        if (!reader.waitForFinished(1000) || reader.exitCode() != 0) return false;
-        return reader.readAllStandardOutput().trimmed() == "false";
-    }();
-    return off;
+bool TreemapView::reduceMotion() { return prefersReducedMotion(); }
+
+std::set<std::string> TreemapView::selectedTiles() const {
+    std::set<std::string> paths;
+    for (const Tile& tile : layout_.tiles)
+        if (tile.node && model_.selection().contains(tile.node->id())) paths.insert(tile.path);
+    return paths;
 }
 
 double TreemapView::angle(quint64 id) const {
-    if (!wiggling_.contains(id) || wiggleTime_ < 0) return 0;
+    for (const Tile& tile : layout_.tiles)
+        if (tile.node && tile.node->id() == id) return angleOf(tile.path);
+    return 0;
+}
+
+double TreemapView::angleOf(const std::string& path) const {
+    if (wiggleTime_ < 0 || !wiggling_.contains(path)) return 0;
     // Each swing takes 0.09 s, eased, and is followed by a rest of 0.09 s.
     static constexpr double kAngles[] = {4, -4, 2.5, -1.5, 0};
     static constexpr double kStep = 0.09;
@@ -165,13 +174,16 @@ double TreemapView::angle(quint64 id) const {
 }
 
 void TreemapView::selectionMoved() {
-    const QSet<quint64> now = model_.selection();
-    QSet<quint64> added = now;
-    added.subtract(shownSelection_);
+    const std::set<std::string> now = selectedTiles();
+    std::set<std::string> added;
+    std::set_difference(now.begin(), now.end(), shownSelection_.begin(), shownSelection_.end(),
+                        std::inserter(added, added.end()));
+    const bool same = now == shownSelection_;
     shownSelection_ = now;
-    std::map<quint64, double> target;
+    if (same) return; // the same items under new ids, after a scan or a live change
+    std::map<std::string, double> target;
     for (const Tile& tile : layout_.tiles)
-        if (tile.node) target[tile.node->id()] = now.contains(tile.node->id()) ? 1 : 0;
+        if (tile.node) target[tile.path] = now.contains(tile.path) ? 1 : 0;
     if (reduceMotion()) {
         lift_ = target;
         update();
@@ -187,9 +199,9 @@ void TreemapView::selectionMoved() {
     rise->setEasingCurve(QEasingCurve::OutBack);
     connect(rise, &QVariantAnimation::valueChanged, this, [this, target](const QVariant& value) {
         const double t = value.toDouble();
-        for (auto [id, to] : target) {
-            const auto from = liftFrom_.find(id);
-            lift_[id] = (from == liftFrom_.end() ? 0.0 : from->second) * (1 - t) + to * t;
+        for (const auto& [path, to] : target) {
+            const auto from = liftFrom_.find(path);
+            lift_[path] = (from == liftFrom_.end() ? 0.0 : from->second) * (1 - t) + to * t;
         }
         update();
     });
@@ -198,9 +210,9 @@ void TreemapView::selectionMoved() {
     wiggle(added);
 }
 
-void TreemapView::wiggle(const QSet<quint64>& ids) {
-    if (ids.isEmpty() || reduceMotion()) return;
-    wiggling_ = ids;
+void TreemapView::wiggle(const std::set<std::string>& paths) {
+    if (paths.empty() || reduceMotion()) return;
+    wiggling_ = paths;
     if (wiggler_) wiggler_->stop();
     auto* run = new QVariantAnimation(this);
     run->setDuration(900); // five swings, each with its rest
@@ -221,6 +233,8 @@ void TreemapView::wiggle(const QSet<quint64>& ids) {
 
 void TreemapView::relayout() {
     layout_ = layout(model_.current(), model_.selection(), QSizeF(size()));
+    for (Tile& tile : layout_.tiles)
+        if (tile.node) tile.tint = tint(*tile.node);
     update();
 }
 
@@ -253,14 +267,14 @@ void TreemapView::paintEvent(QPaintEvent*) {
     for (const Tile& tile : layout_.tiles) order.push_back(&tile);
     auto liftOf = [this](const Tile* t) {
         if (!t->node) return 0.0;
-        const auto found = lift_.find(t->node->id());
+        const auto found = lift_.find(t->path);
         return found == lift_.end() ? 0.0 : found->second;
     };
     std::stable_sort(order.begin(), order.end(), [&](const Tile* a, const Tile* b) { return liftOf(a) < liftOf(b); });
     for (const Tile* tile : order) {
         p.save();
         if (tile->node) {
-            if (const double degrees = angle(tile->node->id()); degrees != 0) {
+            if (const double degrees = angleOf(tile->path); degrees != 0) {
                 const QPointF centre = toQt(tile->rect).center();
                 p.translate(centre);
                 p.rotate(degrees);
@@ -284,11 +298,10 @@ void TreemapView::paintEvent(QPaintEvent*) {
 void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont, const QFont& sizeFont) {
     const QRectF r = toQt(tile.rect).adjusted(1, 1, -1, -1);
     if (r.width() <= 0 || r.height() <= 0) return;
-    const Profile& profile = platform::profile();
     const FileNode* node = tile.node;
     const bool selected = node && model_.selection().contains(node->id());
     QColor base = QColor::fromRgbF(0.28f, 0.30f, 0.33f);
-    if (node) base = tint(*node).value_or(fileTypeColor(Explainer::category(*node, profile)));
+    if (node) base = tile.tint.value_or(fileTypeColor(tile.category));
     QPainterPath shape;
     shape.addRoundedRect(r, 4, 4);
     QLinearGradient gradient(r.topLeft(), r.bottomLeft());
@@ -298,11 +311,11 @@ void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont
 
     // A picture of the file in the bottom trailing corner, when there is room for one.
     if (node && node->kind() == FileNode::Kind::file) {
-        const Category category = Explainer::category(*node, profile);
+        const Category category = tile.category;
         const double side = std::min(std::min(r.width(), r.height()) * 0.5, 140.0);
         if ((category == Category::video || category == Category::image || category == Category::document) && side >= 40) {
             ThumbnailCache& thumbnails = ThumbnailCache::shared();
-            const std::string path = node->path();
+            const std::string& path = tile.path;
             if (auto image = thumbnails.cached(path, side)) {
                 QSizeF shown = QSizeF(image->size()) / image->devicePixelRatio();
                 shown.scale(side, side, Qt::KeepAspectRatio);
@@ -343,7 +356,8 @@ void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont
     }
     p.setFont(nameFont);
     const QFontMetricsF nameMetrics(nameFont);
-    const QString elided = nameMetrics.elidedText(name, Qt::ElideMiddle, text.width());
+    // A name keeps its ending (its extension); the count of the "more" tile keeps its beginning.
+    const QString elided = nameMetrics.elidedText(name, node ? Qt::ElideMiddle : Qt::ElideRight, text.width());
     p.setPen(QColor(0, 0, 0, 90)); // a drop shadow keeps the text legible on light tints
     p.drawText(text.translated(0, 1), Qt::AlignLeft | Qt::AlignTop, elided);
     p.setPen(Qt::white);
@@ -394,9 +408,9 @@ bool TreemapView::event(QEvent* event) {
 
 void TreemapView::mousePressEvent(QMouseEvent* event) {
     const Tile* tile = tileAt(event->position());
-    pressed_ = nullptr;
+    pressed_ = false;
     if (!tile || !tile->node || event->button() != Qt::LeftButton) return;
-    pressed_ = tile->node;
+    pressed_ = true;
     pressedAt_ = event->position();
     const quint64 id = tile->node->id();
     if (event->modifiers() & Qt::ControlModifier) {
@@ -413,10 +427,10 @@ void TreemapView::mouseMoveEvent(QMouseEvent* event) {
     if (!(event->buttons() & Qt::LeftButton) || !pressed_) return;
     if ((event->position() - pressedAt_).manhattanLength() < QApplication::startDragDistance()) return;
     const Tile* tile = tileAt(pressedAt_);
-    pressed_ = nullptr;
+    pressed_ = false;
     if (!tile || !tile->node || tile->node->isAggregate()) return;
     auto* offered = new QMimeData;
-    offered->setUrls({QUrl::fromEncoded(QByteArray::fromStdString(fileURL(tile->node->path(), tile->node->isFolder())))});
+    offered->setUrls({urlOf(tile->path, tile->node->isFolder())});
     auto* drag = new QDrag(this);
     drag->setMimeData(offered);
     drag->setPixmap(fileIcon(*tile->node).pixmap(32, 32));
@@ -453,13 +467,8 @@ void TreemapView::keyPressEvent(QKeyEvent* event) {
 void TreemapView::mouseDoubleClickEvent(QMouseEvent* event) {
     const Tile* tile = tileAt(event->position());
     if (!tile || !tile->node) return;
-    FileNode* node = tile->node;
-    if (node->isFolder() && !node->children().empty()) {
-        model_.setCurrent(node);
-        model_.setSelection({});
-    } else {
-        model_.openInDefaultApp(*node);
-    }
+    auto primary = FileActionsMenu::primaryAction(model_, tile->node, QStringLiteral("Open folder"));
+    if (primary.run) primary.run();
 }
 
 void TreemapView::contextMenuEvent(QContextMenuEvent* event) {

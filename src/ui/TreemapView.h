@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QPointer>
 #include <QWidget>
 
@@ -9,8 +10,12 @@ class QVariantAnimation;
 #include "geometry/TreemapLayout.h"
 #include "tree/FileNode.h"
 
+#include "explain/Explainer.h"
+
 #include <map>
 #include <optional>
+#include <set>
+#include <string>
 #include <vector>
 #endif
 
@@ -29,6 +34,10 @@ public:
     struct Tile {
         FileNode* node = nullptr; // none for the "more" tile
         Rect rect;
+        // Worked out once per layout rather than on every frame of an animation.
+        std::string path;
+        Category category = Category::other;
+        std::optional<QColor> tint;
     };
     struct Layout {
         std::vector<Tile> tiles;
@@ -51,7 +60,7 @@ public:
     std::optional<QColor> tint(const FileNode& node) const;
     // Whether the desktop asked for less motion: then a chosen tile rises at once and doesn't wiggle.
     static bool reduceMotion();
-    // How far a tile is tilted now, in degrees; for tests.
+    // How far the tile of `id` is tilted now, in degrees; for tests.
     double angle(quint64 id) const;
 
 protected:
@@ -67,22 +76,25 @@ protected:
 private:
     void relayout();
     void selectionMoved();
-    void wiggle(const QSet<quint64>& ids);
+    void wiggle(const std::set<std::string>& paths);
+    std::set<std::string> selectedTiles() const;
+    double angleOf(const std::string& path) const;
     const Tile* tileAt(QPointF point) const;
     void paintTile(QPainter& p, const Tile& tile, const QFont& nameFont, const QFont& sizeFont);
 
     StorageModel& model_;
     Layout layout_;
+    // Motion is kept by path: a fresh scan gives every item a new id, and that is no new choice.
     // The rise of each tile, 0 lying flat to 1 raised, eased towards the selection.
-    std::map<quint64, double> lift_;
-    std::map<quint64, double> liftFrom_;
-    QSet<quint64> shownSelection_;
+    std::map<std::string, double> lift_;
+    std::map<std::string, double> liftFrom_;
+    std::set<std::string> shownSelection_;
     QPointer<QVariantAnimation> rising_;
-    QSet<quint64> wiggling_;
+    std::set<std::string> wiggling_;
     double wiggleTime_ = -1; // seconds into the wiggle; below 0 when none runs
     QPointer<QVariantAnimation> wiggler_;
     QPointF pressedAt_;
-    FileNode* pressed_ = nullptr;
+    bool pressed_ = false;
 };
 
 } // namespace brenvo

@@ -92,6 +92,16 @@ TEST(TreemapView, AChosenTileWigglesUnlessTheDesktopAsksForCalm) {
     EXPECT_TRUE(swung);
     EXPECT_EQ(map.angle(big->id()), 0); // it comes to rest straight
 
+    // A fresh scan brings the same item under a new id: no new choice, no new wiggle.
+    model.scan(*model.location());
+    ASSERT_TRUE(waitFor([&] { return !model.isRefreshing() && !model.isScanning(); }));
+    big = model.root()->find(tree.path("big.bin"));
+    small = model.root()->find(tree.path("small.bin"));
+    for (int i = 0; i < 10; ++i) {
+        QTest::qWait(30);
+        EXPECT_EQ(map.angle(big->id()), 0);
+    }
+
     qputenv("BRENVO_REDUCE_MOTION", "1");
     model.setSelection({small->id()});
     for (int i = 0; i < 10; ++i) {
