@@ -13,6 +13,7 @@
 #include "format/Formatters.h"
 #include "util/Paths.h"
 
+#include <QApplication>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -364,17 +365,31 @@ InspectorView::InspectorView(StorageModel& model, QWidget* parent) : QScrollArea
 
 QSize InspectorView::sizeHint() const { return QSize(300, 400); }
 
-// Several changes in one turn of the event loop (a selection and a tree change) draw the column once.
+// Several changes in one turn of the event loop (a selection and a tree change) draw the column once. A
+// hidden column waits until it is shown; an open menu or dialog of the column's is never pulled from under
+// the user, so the drawing waits for it to close.
 void InspectorView::scheduleRebuild() {
+    stale_ = true;
     if (pending_) return;
     pending_ = true;
     QTimer::singleShot(0, this, [this] {
         pending_ = false;
+        if (!isVisible()) return;
+        if (QApplication::activePopupWidget() || QApplication::activeModalWidget()) {
+            QTimer::singleShot(250, this, &InspectorView::scheduleRebuild);
+            return;
+        }
         rebuild();
     });
 }
 
+void InspectorView::showEvent(QShowEvent* event) {
+    QScrollArea::showEvent(event);
+    if (stale_) rebuild();
+}
+
 void InspectorView::rebuild() {
+    stale_ = false;
     const int scrolled = verticalScrollBar()->value();
     auto* content = new QWidget;
     auto* column = new QVBoxLayout(content);

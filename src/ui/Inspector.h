@@ -22,6 +22,9 @@ public:
     QString route() const { return route_; }
     QSize sizeHint() const override;
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     void rebuild();
     void scheduleRebuild();
@@ -29,6 +32,7 @@ private:
     StorageModel& model_;
     QString route_;
     bool pending_ = false;
+    bool stale_ = false; // the model changed since the column was last drawn
 };
 
 // A titled block of text that wraps rather than cuts.
