@@ -11,8 +11,14 @@ namespace brenvo {
 
 namespace {
 
-// The theme's icon for a type, with the type's generic icon and then a plain document behind it. Kept by
-// theme too, so a change of theme shows.
+QMimeType typeOf(std::string_view name) {
+    static const QMimeDatabase types;
+    return types.mimeTypeForFile(toQString(name), QMimeDatabase::MatchExtension);
+}
+
+} // namespace
+
+// Kept by theme too, so a change of theme shows.
 QIcon iconForType(const QMimeType& type) {
     static QHash<QString, QIcon> cache;
     const QIcon document = icon("doc.text"); // also sets the theme up on first use
@@ -22,13 +28,6 @@ QIcon iconForType(const QMimeType& type) {
     return *cache.insert(
         key, QIcon::fromTheme(type.iconName(), QIcon::fromTheme(type.genericIconName(), document)));
 }
-
-QMimeType typeOf(std::string_view name) {
-    static const QMimeDatabase types;
-    return types.mimeTypeForFile(toQString(name), QMimeDatabase::MatchExtension);
-}
-
-} // namespace
 
 QIcon iconForFileName(std::string_view name) {
     return iconForType(typeOf(name));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QIcon>
+#include <QMimeType>
 #include <string_view>
 
 namespace brenvo {
@@ -15,5 +16,7 @@ QIcon fileIcon(const FileNode& node);
 
 // The theme's icon for the type a file name's extension says, else a plain document.
 QIcon iconForFileName(std::string_view name);
+// The theme's icon for a type, else its generic type's, else a plain document.
+QIcon iconForType(const QMimeType& type);
 
 } // namespace brenvo

@@ -2,16 +2,15 @@
 
 #include "FileIcons.h"
 #include "Text.h"
+#include "explain/AppCatalog.h"
+#include "tree/FileNode.h"
 
 #include <QHash>
 #include <QPainter>
 #include <QPixmap>
 #include <algorithm>
 #include <array>
-#include <fcntl.h>
 #include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace brenvo {
 
@@ -22,50 +21,6 @@ QHash<QString, std::optional<QColor>>& answers() {
     return kept;
 }
 
-// The Icon= value of a desktop entry's main group; empty when there is none or the file can't be read.
-// A link is not followed and only the first 64 KiB count: an entry is a few lines.
-std::string desktopEntryIcon(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) return {};
-    std::string text;
-    struct stat st {};
-    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
-        text.resize(64 * 1024);
-        const ssize_t got = ::read(fd, text.data(), text.size());
-        text.resize(got > 0 ? size_t(got) : 0);
-    }
-    ::close(fd);
-
-    bool inEntry = false;
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        if (line.starts_with('[')) {
-            inEntry = line == "[Desktop Entry]";
-        } else if (inEntry && line.starts_with("Icon")) {
-            line.remove_prefix(4);
-            while (line.starts_with(' '))
-                line.remove_prefix(1);
-            if (!line.starts_with('=')) continue; // Icon[de]= and the like
-            line.remove_prefix(1);
-            while (line.starts_with(' '))
-                line.remove_prefix(1);
-            while (line.ends_with(' '))
-                line.remove_suffix(1);
-            return std::string(line);
-        }
-    }
-    return {};
-}
-
-std::string_view fileName(std::string_view path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
 } // namespace
 
 std::optional<QColor> IconColor::dominant(const std::string& path) {
@@ -74,8 +29,10 @@ std::optional<QColor> IconColor::dominant(const std::string& path) {
     if (found != answers().constEnd()) return *found;
 
     std::optional<QColor> colour;
-    const std::string_view name = fileName(path);
-    const std::string named = name.ends_with(".desktop") ? desktopEntryIcon(path) : std::string();
+    const std::string_view name = lastPathComponent(path);
+    std::string named;
+    if (name.ends_with(".desktop"))
+        if (auto entry = AppCatalog::readDesktopEntry(path, std::string(name))) named = entry->icon;
     if (!named.empty()) {
         const QString iconName = toQString(named);
         const QIcon icon =

@@ -1,5 +1,6 @@
 #include "PreviewWindow.h"
 
+#include "FileIcons.h"
 #include "Icons.h"
 #include "StorageModel.h"
 #include "Text.h"
@@ -100,8 +101,7 @@ QString typeOfMode(mode_t mode) {
 // The theme's picture of a type, full colour and large; our own drawings behind it.
 QIcon iconOf(const QMimeType& type) {
     if (type.name() == QStringLiteral("inode/directory")) return QIcon::fromTheme(QStringLiteral("folder"), icon("folder"));
-    const QIcon document = icon("doc.text"); // also sets the icon theme up
-    return QIcon::fromTheme(type.iconName(), QIcon::fromTheme(type.genericIconName(), document));
+    return iconForType(type);
 }
 
 bool isTextInput(const QWidget* widget) {

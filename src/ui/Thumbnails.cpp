@@ -2,6 +2,7 @@
 
 #include "MainThread.h"
 #include "Text.h"
+#include "scan/FileSystem.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -30,14 +31,6 @@ struct Job {
     std::string path;
     std::string thumbnails; // the freedesktop cache's folder, as bytes
     int pixels = 0;         // the longer side the picture may have
-};
-
-// A descriptor closed when it goes out of scope.
-struct Descriptor {
-    int fd;
-    ~Descriptor() {
-        if (fd >= 0) ::close(fd);
-    }
 };
 
 // Where the freedesktop thumbnail cache lives, by the XDG rules: a relative XDG_CACHE_HOME is ignored.
@@ -93,12 +86,12 @@ QImage fitted(QImage image, int pixels) {
 // link is never followed, and a FIFO swapped in after a check can't block the read. `stamp` receives the
 // image's modification-time text, if it carries one.
 QImage readImage(const std::string& path, int pixels, QString* stamp = nullptr) {
-    Descriptor file{::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)};
+    fs::Descriptor file{::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)};
     struct stat st {};
-    if (file.fd < 0 || ::fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kLargestImageFile)
+    if (!file.valid() || ::fstat(file.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kLargestImageFile)
         return {};
     QFile device;
-    if (!device.open(file.fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle)) return {};
+    if (!device.open(file.get(), QIODevice::ReadOnly, QFileDevice::DontCloseHandle)) return {};
     QImageReader reader(&device);
     reader.setDecideFormatFromContent(true);
     reader.setAutoTransform(true);

@@ -496,6 +496,7 @@ std::optional<DesktopEntry> AppCatalog::readDesktopEntry(const std::string& path
     entry.id = std::move(id);
     entry.path = path;
     entry.name = value("Name");
+    entry.icon = value("Icon");
     entry.application = value("Type") == "Application";
     entry.hidden = value("Hidden") == "true";
 

@@ -37,6 +37,7 @@ struct DesktopEntry {
     std::string id;   // the desktop-file id without ".desktop": "kde4/foo.desktop" gives "kde4-foo"
     std::string path; // the file as found in its applications folder
     std::string name; // the unlocalised Name
+    std::string icon; // Icon: a theme icon's name or a picture's path
     bool application = false; // Type=Application
     bool hidden = false;      // Hidden=true: the entry counts as deleted
     bool missingProgram = false; // TryExec or an absolute Exec program that isn't there
