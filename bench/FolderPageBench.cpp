@@ -5,6 +5,7 @@
 #include "FileListModel.h"
 #include "FileListView.h"
 #include "FolderPage.h"
+#include "Inspector.h"
 #include "StorageModel.h"
 #include "TreemapView.h"
 
@@ -117,6 +118,19 @@ void ListRowsFound2000(benchmark::State& state) {
     fixture->model.setListOrder({});
 }
 
+// The inspector drawn for 2,000 chosen items: each is explained to count the protected ones.
+void InspectorAll2000(benchmark::State& state) {
+    fixture->open("deep", "photo");
+    QSet<quint64> all;
+    for (FileNode* item : fixture->model.listItems()) all.insert(item->id());
+    fixture->model.setSelection(all);
+    for (auto _ : state) {
+        std::unique_ptr<QWidget> detail(multipleDetail(fixture->model, fixture->model.selectedNodes(), nullptr));
+        benchmark::DoNotOptimize(detail.get());
+    }
+    fixture->model.setSelection({});
+}
+
 void WholePageFound2000(benchmark::State& state) {
     fixture->open("deep", "photo");
     drawInto(fixture->page.get(), state);
@@ -128,6 +142,7 @@ BENCHMARK(MapFrame250)->Unit(benchmark::kMillisecond);
 BENCHMARK(ListFrame250)->Unit(benchmark::kMillisecond);
 BENCHMARK(ListFrameFound2000)->Unit(benchmark::kMillisecond);
 BENCHMARK(ListRowsFound2000)->Unit(benchmark::kMillisecond);
+BENCHMARK(InspectorAll2000)->Unit(benchmark::kMillisecond);
 BENCHMARK(WholePageFound2000)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
