@@ -1,4 +1,4 @@
-#include "Inspector.h"
+#include "InspectorView.h"
 
 #include "Desktop.h"
 #include "FileActionsMenu.h"

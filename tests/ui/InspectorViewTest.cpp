@@ -1,5 +1,5 @@
 #include "EventLoop.h"
-#include "Inspector.h"
+#include "InspectorView.h"
 #include "StorageModel.h"
 #include "TempTree.h"
 #include "Words.h"
@@ -55,7 +55,7 @@ struct Column {
 
 } // namespace
 
-TEST(Inspector, TheFolderOnShowAndAnItemChosenInIt) {
+TEST(InspectorView, TheFolderOnShowAndAnItemChosenInIt) {
     test::TempTree tree;
     tree.file("photos/a.jpg", 3000);
     tree.file("notes.txt", 100);
@@ -100,7 +100,7 @@ TEST(Inspector, TheFolderOnShowAndAnItemChosenInIt) {
     EXPECT_EQ(c.view.route(), QStringLiteral("folder"));
 }
 
-TEST(Inspector, UnmeasuredFoldersAndProtectedItems) {
+TEST(InspectorView, UnmeasuredFoldersAndProtectedItems) {
     test::TempTree tree;
     for (int i = 0; i < 261; ++i) tree.file("many/f" + std::to_string(i), 10 + i); // folds its smallest
     tree.file("locked/inside.txt", 500);
@@ -141,7 +141,7 @@ TEST(Inspector, UnmeasuredFoldersAndProtectedItems) {
     EXPECT_EQ(remove->text(), QStringLiteral("Delete 1\u2026"));
 }
 
-TEST(Inspector, OtherPagesExplainThemselves) {
+TEST(InspectorView, OtherPagesExplainThemselves) {
     Column c;
     EXPECT_EQ(c.view.route(), QStringLiteral("about")); // the overview comes first
     c.model.setPage(StorageModel::Page::folder);
