@@ -395,39 +395,32 @@ void InspectorView::rebuild() {
     auto* column = new QVBoxLayout(content);
     column->setContentsMargins(14, 14, 14, 14);
     column->setSpacing(16);
+    // The pages other than the folder's explain themselves.
+    QString aboutTitle, aboutText;
     switch (model_.page()) {
     case StorageModel::Page::duplicates:
-        route_ = QStringLiteral("about");
-        column->addWidget(infoSection(
-            QStringLiteral("About duplicates"),
-            say("Brenvo looks through every file over 1 MB in the chosen place and compares their full contents. Files "
-                "that are byte-for-byte identical form a group. Hidden files, your Library folder and the insides of "
-                "apps and Photos libraries are left out.") +
-                QStringLiteral("\n\n") +
-                QStringLiteral("One copy in every group is always kept. Only the extra copies are offered, and they're "
-                               "deleted for good, so check before confirming."),
-            content));
+        aboutTitle = QStringLiteral("About duplicates");
+        aboutText = say("Brenvo looks through every file over 1 MB in the chosen place and compares their full "
+                        "contents. Files that are byte-for-byte identical form a group. Hidden files, your Library "
+                        "folder and the insides of apps and Photos libraries are left out.") +
+                    QStringLiteral("\n\nOne copy in every group is always kept. Only the extra copies are offered, "
+                                   "and they're deleted for good, so check before confirming.");
         break;
     case StorageModel::Page::recentlyDeleted:
-        route_ = QStringLiteral("about");
-        column->addWidget(infoSection(
-            QStringLiteral("About deleting"),
-            QStringLiteral("Brenvo deletes items directly instead of moving them to the Trash, so the space comes back "
-                           "straight away with no extra step.\n\nThat also means deleted items can't be put back. This "
-                           "page is a record of what was deleted, from where, and how much space it freed."),
-            content));
+        aboutTitle = QStringLiteral("About deleting");
+        aboutText = QStringLiteral("Brenvo deletes items directly instead of moving them to the Trash, so the space "
+                                   "comes back straight away with no extra step.\n\nThat also means deleted items "
+                                   "can't be put back. This page is a record of what was deleted, from where, and how "
+                                   "much space it freed.");
         break;
     case StorageModel::Page::overview:
-        route_ = QStringLiteral("about");
-        column->addWidget(infoSection(
-            QStringLiteral("About the overview"),
-            say("Brenvo measures places known to fill up a Mac and explains each one. Suggestions only include things "
-                "it's confident are safe to remove: caches apps rebuild, installers for apps you already have, and "
-                "archives you've already unpacked.") +
-                QStringLiteral("\n\nTick anything you want gone to add it to the collector below, then delete it all "
-                               "together. Deleting skips the Trash, but you get %1 seconds to undo.")
-                    .arg(static_cast<int>(std::floor(Preferences::undoSeconds()))),
-            content));
+        aboutTitle = QStringLiteral("About the overview");
+        aboutText = say("Brenvo measures places known to fill up a Mac and explains each one. Suggestions only "
+                        "include things it's confident are safe to remove: caches apps rebuild, installers for apps "
+                        "you already have, and archives you've already unpacked.") +
+                    QStringLiteral("\n\nTick anything you want gone to add it to the collector below, then delete "
+                                   "it all together. Deleting skips the Trash, but you get %1 seconds to undo.")
+                        .arg(static_cast<int>(std::floor(Preferences::undoSeconds())));
         break;
     case StorageModel::Page::folder: {
         const std::vector<FileNode*> selected = model_.selectedNodes();
@@ -449,6 +442,10 @@ void InspectorView::rebuild() {
         }
         break;
     }
+    }
+    if (!aboutTitle.isEmpty()) {
+        route_ = QStringLiteral("about");
+        column->addWidget(infoSection(aboutTitle, aboutText, content));
     }
     column->addStretch(1);
     setWidget(content); // the previous content goes with it
