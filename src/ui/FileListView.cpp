@@ -136,7 +136,6 @@ FileListView::FileListView(StorageModel& model, QWidget* parent) : QTableView(pa
     connect(rows_, &FileListModel::rowsKeyChanged, this, &FileListView::startFresh);
     connect(&model_, &StorageModel::selectionChanged, this, &FileListView::showSelection);
     connect(&model_, &StorageModel::listOrderChanged, this, &FileListView::showOrder);
-    showOrder();
     startFresh();
 }
 
@@ -175,15 +174,13 @@ void FileListView::fitColumns() {
     const int room = viewport()->width();
     const double give = ideal == least ? 0 : std::clamp(double(room - nameMinimum - least) / (ideal - least), 0.0, 1.0);
     fitting_ = true;
-    int others = 0;
     for (int column = 0; column < FileListModel::ColumnCount; ++column) {
         if (column == FileListModel::Name) continue;
-        const int width = kWidths[column].minimum + int((kWidths[column].ideal - kWidths[column].minimum) * give);
-        horizontalHeader()->resizeSection(column, width);
-        others += width;
+        horizontalHeader()->resizeSection(
+            column, kWidths[column].minimum + int((kWidths[column].ideal - kWidths[column].minimum) * give));
     }
-    horizontalHeader()->resizeSection(FileListModel::Name, std::max(nameMinimum, room - others));
     fitting_ = false;
+    fitName();
 }
 
 // A column the user widens or narrows keeps its width; the name makes up the difference.
