@@ -9,12 +9,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <random>
 #include <set>
 #include <spawn.h>
-#include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -111,12 +111,8 @@ protected:
         useFreshState();
     }
     void TearDown() override {
-        for (const char* name : {"XDG_STATE_HOME", "XDG_CONFIG_HOME"}) {
-            if (saved_.contains(name))
-                setenv(name, saved_[name].c_str(), 1);
-            else
-                unsetenv(name);
-        }
+        for (const char* name : {"XDG_STATE_HOME", "XDG_CONFIG_HOME"})
+            saved_.contains(name) ? setenv(name, saved_[name].c_str(), 1) : unsetenv(name);
     }
     void useFreshState() {
         state_.emplace();
@@ -131,10 +127,9 @@ protected:
         std::set<std::string> paths;
         std::ifstream in(unfinishedFile(), std::ios::binary);
         if (!in) return paths; // read once: a running deletion may remove the file at any moment
-        std::stringstream text;
-        text << in.rdbuf();
-        auto json = parseJson(text.str());
-        EXPECT_TRUE(json && json->isArray()) << text.str();
+        const std::string text{std::istreambuf_iterator<char>(in), {}};
+        auto json = parseJson(text);
+        EXPECT_TRUE(json && json->isArray()) << text;
         if (json && json->isArray())
             for (const JsonValue& entry : json->asArray())
                 if (auto path = pathFromFileURL(entry.find("url")->asString())) paths.insert(*path);
@@ -167,8 +162,6 @@ protected:
     std::map<std::string, std::string> saved_;
 };
 
-bool endsWith(const std::string& text, const std::string& end) { return text.ends_with(end); }
-
 } // namespace
 
 TEST_F(CliDelete, DeletesAfterTheWindowAndRecordsEachItem) {
@@ -181,7 +174,7 @@ TEST_F(CliDelete, DeletesAfterTheWindowAndRecordsEachItem) {
     Ended run = cli({"delete", "--yes", "--undo-seconds", "1", tree_.path("docs"), tree_.path("note.txt")});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.err.find("Deleting in 1 s \u2014 press Ctrl+C to undo\n"), std::string::npos) << run.err;
-    EXPECT_TRUE(endsWith(run.err, "Freed " + format::bytes(docs + note) + "\n")) << run.err;
+    EXPECT_TRUE(run.err.ends_with("Freed " + format::bytes(docs + note) + "\n")) << run.err;
     EXPECT_FALSE(exists(tree_.path("docs")));
     EXPECT_FALSE(exists(tree_.path("note.txt")));
     EXPECT_TRUE(exists(tree_.path("keep.txt")));
@@ -226,7 +219,7 @@ TEST_F(CliDelete, ProtectedAndMissingItemsAreLeftOut) {
 
     Ended only = cli({"delete", "--yes", tree_.path(".bashrc")});
     EXPECT_EQ(only.status, 1);
-    EXPECT_TRUE(endsWith(only.err, "Nothing was deleted.\n")) << only.err;
+    EXPECT_TRUE(only.err.ends_with("Nothing was deleted.\n")) << only.err;
     EXPECT_TRUE(exists(tree_.path(".bashrc")));
 
     for (auto args : std::vector<std::vector<std::string>>{{"delete"},
@@ -261,32 +254,29 @@ TEST_F(CliDelete, AsksFirstQuotingTheWindow) {
     EXPECT_FALSE(exists(tree_.path("g")));
 }
 
-TEST_F(CliDelete, CtrlCInTheWindowUndoes) {
-    tree_.file("d/a", 100);
-    Child child({"delete", "--yes", "--undo-seconds", "5", tree_.path("d")});
-    ASSERT_TRUE(child.waitFor("Deleting in 5 s")) << child.err();
-    child.signal(SIGINT);
-    Ended run = child.wait();
-    EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(endsWith(run.err, "Nothing was deleted.\n")) << run.err;
-    EXPECT_TRUE(exists(tree_.path("d/a")));
-    EXPECT_FALSE(exists(unfinishedFile()));
-    EXPECT_TRUE(recorded().empty());
-}
-
-TEST_F(CliDelete, SigtermInTheWindowDeletesAsQuittingDoes) {
-    tree_.file("d/a", 100);
-    tree_.file("e", 100);
-    Child child({"delete", "--yes", "--undo-seconds", "5", tree_.path("d"), tree_.path("e")});
-    ASSERT_TRUE(child.waitFor("Deleting in")) << child.err();
-    child.signal(SIGTERM);
-    Ended run = child.wait();
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.err.find("Freed "), std::string::npos) << run.err;
-    EXPECT_FALSE(exists(tree_.path("d")));
-    EXPECT_FALSE(exists(tree_.path("e")));
-    auto items = recorded();
-    EXPECT_TRUE(items.contains(tree_.path("d")) && items.contains(tree_.path("e")));
+// Ctrl+C undoes; SIGTERM carries the plan through, as quitting the application does.
+TEST_F(CliDelete, SignalsInTheWindow) {
+    for (int number : {SIGINT, SIGTERM}) {
+        tree_.file("d/a", 100);
+        tree_.file("e", 100);
+        Child child({"delete", "--yes", "--undo-seconds", "5", tree_.path("d"), tree_.path("e")});
+        ASSERT_TRUE(child.waitFor("Deleting in 5 s")) << child.err();
+        child.signal(number);
+        Ended run = child.wait();
+        const auto items = recorded();
+        if (number == SIGINT) {
+            EXPECT_EQ(run.status, 1);
+            EXPECT_TRUE(run.err.ends_with("Nothing was deleted.\n")) << run.err;
+            EXPECT_TRUE(exists(tree_.path("d/a")) && exists(tree_.path("e")));
+            EXPECT_FALSE(exists(unfinishedFile()));
+            EXPECT_TRUE(items.empty());
+        } else {
+            EXPECT_EQ(run.status, 0) << run.err;
+            EXPECT_NE(run.err.find("Freed "), std::string::npos) << run.err;
+            EXPECT_FALSE(exists(tree_.path("d")) || exists(tree_.path("e")));
+            EXPECT_TRUE(items.contains(tree_.path("d")) && items.contains(tree_.path("e")));
+        }
+    }
 }
 
 TEST_F(CliDelete, AKilledRunLeavesEverythingToFinish) {
@@ -308,7 +298,7 @@ TEST_F(CliDelete, AKilledRunLeavesEverythingToFinish) {
               std::string::npos) << keep.err;
     EXPECT_NE(keep.err.find("They're still on your computer. Delete them now? This can't be undone.\n"),
               std::string::npos) << keep.err;
-    EXPECT_TRUE(endsWith(keep.err, "Kept them.\n")) << keep.err;
+    EXPECT_TRUE(keep.err.ends_with("Kept them.\n")) << keep.err;
     EXPECT_TRUE(exists(tree_.path("a/x")) && exists(tree_.path("b")));
     EXPECT_FALSE(exists(unfinishedFile()));
 

@@ -159,18 +159,6 @@ TEST(Utf8Validity, FindsABadByteAtAnyPositionInLongAsciiText) {
     }
 }
 
-TEST(Utf8Escaping, DecodesInvalidBytesAsLowSurrogates) {
-    EXPECT_EQ(utf8::decodeEscaped("caf\xe9"), U"caf\xDCE9");
-    EXPECT_EQ(utf8::decodeEscaped("\xff"), U"\xDCFF");
-    EXPECT_EQ(utf8::decodeEscaped("\xe2\x82"), U"\xDCE2\xDC82");
-    EXPECT_EQ(utf8::decodeEscaped("\xe2\x82z"), U"\xDCE2\xDC82z"); // the ASCII byte is not swallowed
-    EXPECT_EQ(utf8::decodeEscaped("\xc0\xaf"), U"\xDCC0\xDCAF");
-    EXPECT_EQ(utf8::decodeEscaped("\xed\xa0\x80"), U"\xDCED\xDCA0\xDC80");
-    EXPECT_EQ(utf8::decodeEscaped("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"), U"\u00e9\u20ac\U0001F600");
-    EXPECT_EQ(utf8::decodeEscaped("\xc3\xa9\xe9\xc3\xa9"), U"\u00e9\xDCE9\u00e9");
-    EXPECT_EQ(utf8::decodeEscaped(""), U"");
-}
-
 TEST(Utf8Escaping, EncodeReversesDecodeForAllShortByteStrings) {
     for (int a = 0; a < 256; ++a) {
         const std::string one(1, static_cast<char>(a));
@@ -187,27 +175,20 @@ TEST(Utf8Escaping, EncodeReversesDecodeForAllShortByteStrings) {
 
 // --- Writer ------------------------------------------------------------------------------------------------
 
-TEST(JsonWriterStrings, InvalidBytesBecomeLowSurrogateEscapes) {
-    EXPECT_EQ(writeString("caf\xe9"), R"("caf\udce9")");
-    EXPECT_EQ(writeString("\xff"), R"("\udcff")");
-    EXPECT_EQ(writeString("\xe2\x82z"), R"("\udce2\udc82z")");
-    EXPECT_EQ(writeString("\xed\xa0\x80"), R"("\udced\udca0\udc80")");
-    EXPECT_EQ(writeString("\xc0\xaf"), R"("\udcc0\udcaf")");
-    EXPECT_EQ(writeString("\xf4\x90\x80\x80"), R"("\udcf4\udc90\udc80\udc80")");
-}
-
-TEST(JsonWriterStrings, ValidUtf8IsWrittenAsIs) {
-    EXPECT_EQ(writeString("\xf0\x9f\x98\x80"), "\"\xf0\x9f\x98\x80\"");
-    EXPECT_EQ(writeString("\xc3\xa9t\xc3\xa9 \xe2\x98\x83"), "\"\xc3\xa9t\xc3\xa9 \xe2\x98\x83\"");
-    EXPECT_EQ(writeString("\xe2\x80\xa8"), "\"\xe2\x80\xa8\""); // U+2028 is legal inside JSON strings
-    EXPECT_EQ(writeString("a/b\x7f"), "\"a/b\x7f\"");
-}
-
-TEST(JsonWriterStrings, EscapesQuotesBackslashesAndControlCharacters) {
-    EXPECT_EQ(writeString("say \"hi\""), R"("say \"hi\"")");
-    EXPECT_EQ(writeString("C:\\dir\\"), R"("C:\\dir\\")");
-    EXPECT_EQ(writeString("\n\t\r\b\f"), R"("\n\t\r\b\f")");
-    EXPECT_EQ(writeString("\0\x01\x1f"s), R"("\u0000\u0001\u001f")");
+TEST(JsonWriterStrings, EscapesOnlyWhatJsonCannotHoldAsIs) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"caf\xe9", R"("caf\udce9")"},
+        {"\xe2\x82z", R"("\udce2\udc82z")"}, // the ASCII byte after a cut sequence is not swallowed
+        {"\xed\xa0\x80", R"("\udced\udca0\udc80")"},
+        {"\xc0\xaf", R"("\udcc0\udcaf")"},
+        {"\xf4\x90\x80\x80", R"("\udcf4\udc90\udc80\udc80")"},
+        {"\xf0\x9f\x98\x80 \xc3\xa9", "\"\xf0\x9f\x98\x80 \xc3\xa9\""},
+        {"\xe2\x80\xa8", "\"\xe2\x80\xa8\""}, // U+2028 is legal inside JSON strings
+        {"a/b\x7f", "\"a/b\x7f\""},
+        {"say \"hi\" C:\\dir\\", R"("say \"hi\" C:\\dir\\")"},
+        {"\n\t\r\b\f\0\x01\x1f"s, R"("\n\t\r\b\f\u0000\u0001\u001f")"},
+    };
+    for (const auto& [bytes, json] : cases) EXPECT_EQ(writeString(bytes), json) << hexOf(bytes);
     for (int c = 0; c < 0x20; ++c) {
         const std::string json = writeString(std::string(1, static_cast<char>(c)));
         for (char out : json) EXPECT_GE(static_cast<unsigned char>(out), 0x20) << c;
@@ -215,82 +196,25 @@ TEST(JsonWriterStrings, EscapesQuotesBackslashesAndControlCharacters) {
     }
 }
 
-TEST(JsonWriterStructure, CommasAndNestingInCompactForm) {
-    std::string out;
-    JsonWriter writer(out);
-    writer.beginObject();
-    writer.field("a", 1);
-    writer.key("b");
-    writer.beginArray();
-    writer.value(true);
-    writer.value(false);
-    writer.null();
-    writer.value("x");
-    writer.beginObject();
-    writer.endObject();
-    writer.beginArray();
-    writer.endArray();
-    writer.endArray();
-    writer.key("c");
-    writer.beginObject();
-    writer.key("d");
-    writer.beginArray();
-    writer.beginArray();
-    writer.value(-5);
-    writer.endArray();
-    writer.endArray();
-    writer.endObject();
-    writer.endObject();
-    ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(out, R"({"a":1,"b":[true,false,null,"x",{},[]],"c":{"d":[[-5]]}})");
-}
-
-TEST(JsonWriterNumbers, DoublesUseShortestRoundTripFormAndNonFiniteBecomesNull) {
-    std::string out;
-    JsonWriter writer(out);
-    writer.beginArray();
-    constexpr double kInf = std::numeric_limits<double>::infinity();
-    for (double d : {0.1, 3.0, -0.0, 1e300, 5e-324, 1.0 / 3.0, -2.5, std::numeric_limits<double>::quiet_NaN(),
-                     kInf, -kInf, 7.0}) {
-        writer.value(d);
-    }
-    writer.endArray();
-    ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(out, "[0.1,3,-0,1e+300,5e-324,0.3333333333333333,-2.5,null,null,null,7]");
-    EXPECT_TRUE(parseJson(out));
-}
-
-// --- Writer buffering and errors ---------------------------------------------------------------------------
-
-// ~200 KiB of plain ASCII strings and the exact text the writer must produce for them.
-struct BigArray {
-    std::vector<std::string> items;
-    std::string expected;
-
-    BigArray() {
-        expected = "[";
-        for (int i = 0; i < 200; ++i) {
-            std::string item(997 + i % 7, static_cast<char>('a' + i % 26));
-            if (i > 0) expected += ',';
-            expected += '"' + item + '"';
-            items.push_back(std::move(item));
-        }
-        expected += ']';
-    }
-};
-
 TEST(JsonWriterBuffering, StringSinkOnlyEverHoldsAPrefixAndIsCompleteAfterFinish) {
-    const BigArray big;
+    // ~200 KiB of plain ASCII strings and the exact text the writer must produce for them.
+    std::vector<std::string> items;
+    std::string expected = "[";
+    for (int i = 0; i < 200; ++i) {
+        items.emplace_back(997 + i % 7, static_cast<char>('a' + i % 26));
+        expected += (i > 0 ? ",\"" : "\"") + items.back() + '"';
+    }
+    expected += ']';
     std::string sink;
     JsonWriter writer(sink);
     writer.beginArray();
     std::size_t produced = 1;
     std::size_t flushes = 0;
     std::size_t lastSize = 0;
-    for (std::size_t i = 0; i < big.items.size(); ++i) {
-        writer.value(big.items[i]);
-        produced += big.items[i].size() + 2 + (i > 0 ? 1 : 0);
-        ASSERT_EQ(sink, big.expected.substr(0, sink.size())) << "item " << i;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        writer.value(items[i]);
+        produced += items[i].size() + 2 + (i > 0 ? 1 : 0);
+        ASSERT_EQ(sink, expected.substr(0, sink.size())) << "item " << i;
         // Never a whole threshold's worth held back, and a flush hands over everything.
         ASSERT_LT(produced - sink.size(), JsonWriter::kFlushThreshold) << "item " << i;
         if (sink.size() != lastSize) {
@@ -302,9 +226,9 @@ TEST(JsonWriterBuffering, StringSinkOnlyEverHoldsAPrefixAndIsCompleteAfterFinish
     }
     writer.endArray();
     EXPECT_GE(flushes, 3u);
-    EXPECT_NE(sink, big.expected);
+    EXPECT_NE(sink, expected);
     ASSERT_TRUE(writer.finish());
-    EXPECT_EQ(sink, big.expected);
+    EXPECT_EQ(sink, expected);
 }
 
 TEST(JsonWriterErrors, FullDiskIsReportedByFinish) {
@@ -324,44 +248,24 @@ TEST(JsonWriterErrors, FullDiskIsReportedByFinish) {
 
 // --- Parser ------------------------------------------------------------------------------------------------
 
-TEST(JsonParse, ReadsEveryKindOfValue) {
-    const auto v = parseJson(R"({"name":"x","size":12,"items":[1,2.5,true,false,null],"nested":{"a":{}}})");
-    ASSERT_TRUE(v);
-    ASSERT_TRUE(v->isObject());
-    EXPECT_EQ(v->size(), 4u);
-    EXPECT_EQ(v->find("name")->asString(), "x");
-    EXPECT_EQ(v->find("size")->asInt64(), 12);
-    const JsonValue::Array& items = v->find("items")->asArray();
-    ASSERT_EQ(items.size(), 5u);
-    EXPECT_EQ(items[0].asInt64(), 1);
-    EXPECT_EQ(items[1].asDouble(), 2.5);
-    EXPECT_TRUE(items[2].isBool());
-    EXPECT_TRUE(items[2].asBool());
-    EXPECT_FALSE(items[3].asBool(true));
-    EXPECT_TRUE(items[4].isNull());
-    EXPECT_TRUE(v->find("nested")->find("a")->isObject());
-    EXPECT_EQ(v->find("missing"), nullptr);
-}
-
-TEST(JsonParseStrings, SurrogateEscapes) {
-    EXPECT_EQ(parseString(R"("\ud83d\ude00")"), "\xf0\x9f\x98\x80"); // a pair
-    EXPECT_EQ(parseString(R"("\uDBFF\uDFFF")"), "\xf4\x8f\xbf\xbf"); // the last pair
-    EXPECT_EQ(parseString(R"("caf\udce9")"), "caf\xe9");             // an escaped raw byte
-    EXPECT_EQ(parseString(R"("\uDC80\udcff")"), "\x80\xff");         // both ends, either case
-    EXPECT_EQ(parseString(R"("\udc7f|\udd00|\udfff")"), "\xef\xbf\xbd|\xef\xbf\xbd|\xef\xbf\xbd");
-    EXPECT_EQ(parseString(R"("\ud800")"), "\xef\xbf\xbd"); // lone high surrogate at the end
-    EXPECT_EQ(parseString(R"("\ud800x")"), "\xef\xbf\xbdx");
-    EXPECT_EQ(parseString(R"("\ud800\u0041")"), "\xef\xbf\xbd"
-                                                "A"); // the escape after it still counts
-    EXPECT_EQ(parseString(R"("\ud800\n")"), "\xef\xbf\xbd\n");
-    EXPECT_EQ(parseString(R"("\ud800\ud83d\ude00")"), "\xef\xbf\xbd\xf0\x9f\x98\x80");
-    EXPECT_EQ(parseString(R"("\udce9\udca9")"), "\xe9\xa9");
-}
-
-TEST(JsonParseStrings, KeepsRawInvalidUtf8ByteForByte) {
-    EXPECT_EQ(parseString("\"caf\xe9\""), "caf\xe9");
-    EXPECT_EQ(parseString("\"\xed\xa0\x80 \xc0\xaf \xff\""), "\xed\xa0\x80 \xc0\xaf \xff");
-    EXPECT_EQ(parseString("\"\xe2\x82\""), "\xe2\x82"); // a truncated sequence does not eat the quote
+TEST(JsonParseStrings, SurrogateEscapesAndRawInvalidBytes) {
+    const std::pair<std::string_view, std::string_view> cases[] = {
+        {R"("\ud83d\ude00")", "\xf0\x9f\x98\x80"}, // a pair
+        {R"("\uDBFF\uDFFF")", "\xf4\x8f\xbf\xbf"}, // the last pair
+        {R"("caf\udce9")", "caf\xe9"},             // an escaped raw byte
+        {R"("\uDC80\udcff")", "\x80\xff"},         // both ends, either case
+        {R"("\udce9\udca9")", "\xe9\xa9"},
+        {R"("\udc7f|\udd00|\udfff")", "\xef\xbf\xbd|\xef\xbf\xbd|\xef\xbf\xbd"},
+        {R"("\ud800")", "\xef\xbf\xbd"}, // lone high surrogate at the end
+        {R"("\ud800x")", "\xef\xbf\xbdx"},
+        {R"("\ud800\u0041")", "\xef\xbf\xbd" "A"}, // the escape after it still counts
+        {R"("\ud800\n")", "\xef\xbf\xbd\n"},
+        {R"("\ud800\ud83d\ude00")", "\xef\xbf\xbd\xf0\x9f\x98\x80"},
+        // Raw bytes outside UTF-8 are kept as they are; a cut sequence does not eat the quote.
+        {"\"\xed\xa0\x80 \xc0\xaf \xff\"", "\xed\xa0\x80 \xc0\xaf \xff"},
+        {"\"\xe2\x82\"", "\xe2\x82"},
+    };
+    for (const auto& [json, bytes] : cases) EXPECT_EQ(parseString(json), bytes) << json;
 }
 
 struct RejectCase {
@@ -436,6 +340,35 @@ TEST(JsonParseErrors, NestingIsLimited) {
 
 // --- Numbers -----------------------------------------------------------------------------------------------
 
+// Shortest text that reads back bit for bit; no JSON form for NaN and infinities.
+TEST(JsonNumbers, DoublesUseTheShortestTextThatRoundTripsExactly) {
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    const std::pair<double, std::string_view> cases[] = {
+        {0.1, "0.1"},
+        {3.0, "3"},
+        {-0.0, "-0"},
+        {1.0 / 3.0, "0.3333333333333333"},
+        {-2.5e-8, "-2.5e-08"},
+        {1e300, "1e+300"},
+        {5e-324, "5e-324"},
+        {2.2250738585072014e-308, "2.2250738585072014e-308"},
+        {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
+        {9007199254740992.0, "9007199254740992"},
+        {1e21, "1e+21"},
+        {std::numeric_limits<double>::quiet_NaN(), "null"},
+        {kInf, "null"},
+        {-kInf, "null"},
+    };
+    for (const auto& [d, text] : cases) {
+        EXPECT_EQ(toJsonString(JsonValue(d)), text);
+        if (text == "null") continue;
+        const auto back = parseJson(text);
+        ASSERT_TRUE(back) << text;
+        const double r = back->asDouble();
+        EXPECT_EQ(std::memcmp(&r, &d, sizeof d), 0) << text;
+    }
+}
+
 TEST(JsonNumbers, IntegersKeepAll64Bits) {
     const std::string text = "[9223372036854775807,-9223372036854775808,18446744073709551615,"
                              "18446744073709551616,9007199254740993,0]";
@@ -454,62 +387,27 @@ TEST(JsonNumbers, IntegersKeepAll64Bits) {
     EXPECT_EQ(toJsonString(*v), text);
 }
 
-TEST(JsonNumbers, RoundTripIsBitExact) {
-    const double doubles[] = {0.1,
-                              1.0 / 3.0,
-                              -2.5e-8,
-                              1e300,
-                              -1e300,
-                              5e-324,
-                              2.2250738585072014e-308,
-                              std::numeric_limits<double>::max(),
-                              -0.0,
-                              0.0,
-                              9007199254740992.0,
-                              1e21};
-    for (double d : doubles) {
-        const std::string text = toJsonString(JsonValue(d));
-        const auto back = parseJson(text);
-        ASSERT_TRUE(back) << text;
-        const double r = back->asDouble();
-        EXPECT_EQ(std::memcmp(&r, &d, sizeof d), 0) << text;
-    }
-    for (std::int64_t i : {std::numeric_limits<std::int64_t>::min(), std::int64_t{-1}, std::int64_t{0},
-                           std::numeric_limits<std::int64_t>::max()}) {
-        EXPECT_EQ(parseJson(toJsonString(JsonValue(i)))->asInt64(), i);
-    }
-    const std::uint64_t big = std::numeric_limits<std::uint64_t>::max() - 1;
-    EXPECT_EQ(parseJson(toJsonString(JsonValue(big)))->asUInt64(), big);
-}
-
 // --- Round trips -------------------------------------------------------------------------------------------
 
-TEST(JsonRoundTrip, AwkwardNamesSurviveAsValuesAndKeys) {
-    for (const std::string& name : kAwkwardNames) {
+TEST(JsonRoundTrip, AwkwardAndRandomByteStringsSurviveAsValuesAndKeys) {
+    std::vector<std::string> names = kAwkwardNames;
+    std::mt19937 rng(2024);
+    std::uniform_int_distribution<int> byte(0, 255), length(0, 40);
+    for (int round = 0; round < 20000; ++round) {
+        std::string& bytes = names.emplace_back();
+        for (int n = length(rng); n > 0; --n) bytes.push_back(static_cast<char>(byte(rng)));
+    }
+    for (const std::string& name : names) {
         const std::string json = writeString(name);
-        EXPECT_TRUE(utf8::isValid(json)) << hexOf(name); // the text itself is always clean UTF-8
-        EXPECT_EQ(parseString(json), name) << hexOf(name);
+        ASSERT_TRUE(utf8::isValid(json)) << hexOf(name); // the text itself is always clean UTF-8
+        ASSERT_EQ(parseString(json), name) << hexOf(name);
 
         JsonValue object = JsonValue::makeObject();
         object.set(name, name);
         const auto back = parseJson(toJsonString(object));
-        ASSERT_TRUE(back);
-        ASSERT_EQ(back->size(), 1u);
-        EXPECT_EQ(back->asObject()[0].key, name) << hexOf(name);
-        EXPECT_EQ(back->asObject()[0].value.asString(), name) << hexOf(name);
-    }
-}
-
-TEST(JsonRoundTrip, RandomByteStringsSurvive) {
-    std::mt19937 rng(2024);
-    std::uniform_int_distribution<int> byte(0, 255);
-    std::uniform_int_distribution<int> length(0, 40);
-    for (int round = 0; round < 20000; ++round) {
-        std::string bytes;
-        for (int n = length(rng); n > 0; --n) bytes.push_back(static_cast<char>(byte(rng)));
-        const std::string json = writeString(bytes);
-        ASSERT_TRUE(utf8::isValid(json)) << hexOf(bytes);
-        ASSERT_EQ(parseString(json), bytes) << hexOf(bytes);
+        ASSERT_TRUE(back && back->size() == 1u) << hexOf(name);
+        ASSERT_EQ(back->asObject()[0].key, name) << hexOf(name);
+        ASSERT_EQ(back->asObject()[0].value.asString(), name) << hexOf(name);
     }
 }
 
@@ -522,8 +420,11 @@ TEST(JsonRoundTrip, DocumentSurvivesCompactAndPrettyForms) {
     doc.set("none", nullptr);
     JsonValue& children = doc.set("children", JsonValue::makeArray());
     children.append("\xff");
-    children.append(JsonValue::makeObject()).set("deep", JsonValue::makeArray()).append(-1);
+    children.append(false);
+    JsonValue& deep = children.append(JsonValue::makeObject()).set("deep", JsonValue::makeArray());
+    deep.append(JsonValue::makeArray()).append(-1);
     children.append(JsonValue::makeArray());
+    children.append(JsonValue::makeObject());
 
     const std::string compact = toJsonString(doc);
     const std::string pretty = toJsonString(doc, JsonWriter::Style::Pretty);
@@ -535,7 +436,9 @@ TEST(JsonRoundTrip, DocumentSurvivesCompactAndPrettyForms) {
     EXPECT_EQ(*fromPretty, doc);
     EXPECT_EQ(toJsonString(*fromPretty), compact);
     EXPECT_EQ(compact, R"({"name":"caf\udce9\n","size":1099511627776,"ratio":0.75,"ok":true,"none":null,)"
-                       R"("children":["\udcff",{"deep":[-1]},[]]})");
+                       R"("children":["\udcff",false,{"deep":[[-1]]},[],{}]})");
+    EXPECT_EQ(fromCompact->find("size")->asInt64(), std::int64_t{1} << 40);
+    EXPECT_EQ(fromCompact->find("missing"), nullptr);
 }
 
 } // namespace

@@ -40,13 +40,7 @@ struct Entry {
 
 Entry entry(std::string name, std::int64_t kind, std::int64_t size, std::int64_t count,
             std::optional<double> modified = std::nullopt) {
-    Entry e;
-    e.name = std::move(name);
-    e.kind = kind;
-    e.size = size;
-    e.count = count;
-    e.modified = modified;
-    return e;
+    return Entry{std::move(name), kind, size, count, modified, false, std::nullopt, std::nullopt};
 }
 
 Ref writeEntry(BinaryWriter& w, const Entry& e) {
@@ -67,9 +61,14 @@ Ref writeEntry(BinaryWriter& w, const Entry& e) {
     return w.dict(m);
 }
 
-std::string writeDocument(const Entry& root, const std::string& rootPath, double date) {
+// refWidth 0 leaves the writer's default.
+std::string writeDocument(const Entry& root, const std::string& rootPath, double date, unsigned refWidth = 0,
+                          std::uint64_t objects = 0) {
     std::string out;
     BinaryWriter w(out);
+    if (refWidth) {
+        EXPECT_TRUE(w.setReferenceWidth(refWidth, objects));
+    }
     std::vector<std::pair<Ref, Ref>> top;
     top.emplace_back(w.key("rootPath"), w.string(rootPath));
     top.emplace_back(w.key("date"), w.date(date));
@@ -82,15 +81,11 @@ std::string writeDocument(const Entry& root, const std::string& rootPath, double
 std::optional<Entry> readEntry(const BinaryReader& r, Ref ref) {
     const auto d = r.dict(ref);
     if (!d) return std::nullopt;
-    Entry e;
     const auto name = r.string(d->find("n"));
     const auto kind = r.integer(d->find("k")), size = r.integer(d->find("s")),
                count = r.integer(d->find("c"));
     if (!name || !kind || !size || !count) return std::nullopt;
-    e.name = *name;
-    e.kind = *kind;
-    e.size = *size;
-    e.count = *count;
+    Entry e = entry(*name, *kind, *size, *count);
     if (Ref m = d->find("m"); m != kNoRef && !(e.modified = r.date(m))) return std::nullopt;
     if (Ref x = d->find("x"); x != kNoRef && !(e.extra = r.string(x))) return std::nullopt;
     if (Ref flag = d->find("r"); flag != kNoRef) e.reserved = r.boolean(flag).value_or(false);
@@ -461,21 +456,29 @@ def d(v):
 with open(sys.argv[1], 'rb') as f: print(d(plistlib.load(f)), end='')
 )";
 
-// Python's plistlib rejects UTF-16 strings with lone surrogates, so the names here are valid UTF-8.
+// Python's plistlib rejects UTF-16 strings with lone surrogates, so the names here are valid UTF-8. Small
+// documents get two-byte references, large ones three, as the snapshot cache asks for.
 TEST(PlistPython, ReadsWhatWeWrite) {
     if (!havePython()) GTEST_SKIP() << "python3 is not available";
-    Entry tree = sampleTree(false);
-    for (int i = 0; i < 25000; ++i)
-        tree.children->push_back(entry("file " + std::to_string(i), 0, 1000 + i, 1));
-    const std::string file = writeDocument(tree, "/Users/\xc3\xa9", 728395200);
-    ASSERT_GE(trailerOf(file)[6], 3) << "offset width";
     test::TempTree dir;
-    std::ofstream(dir.path("tree.plist"), std::ios::binary) << file;
     std::ofstream(dir.path("digest.py")) << kPythonDigest;
-    const std::string expected =
-        "{date=@728395200,root=" + digest(tree) + ",rootPath=\"2f55736572732fc3a9\"}";
-    const std::string got = run("python3 " + dir.path("digest.py") + " " + dir.path("tree.plist"));
-    EXPECT_TRUE(got == expected) << "python read:\n" << got.substr(0, 2000);
+    Entry tree = sampleTree(false);
+    for (unsigned refWidth : {2u, 3u}) {
+        if (refWidth == 3)
+            for (int i = 0; i < 25000; ++i)
+                tree.children->push_back(entry("file " + std::to_string(i), 0, 1000 + i, 1));
+        const std::string file =
+            writeDocument(tree, "/Users/\xc3\xa9", 728395200, refWidth, (1u << (8 * refWidth)) - 1);
+        ASSERT_EQ(trailerOf(file)[7], static_cast<char>(refWidth));
+        if (refWidth == 3) {
+            ASSERT_GE(trailerOf(file)[6], 3) << "offset width";
+        }
+        std::ofstream(dir.path("tree.plist"), std::ios::binary) << file;
+        const std::string expected =
+            "{date=@728395200,root=" + digest(tree) + ",rootPath=\"2f55736572732fc3a9\"}";
+        const std::string got = run("python3 " + dir.path("digest.py") + " " + dir.path("tree.plist"));
+        EXPECT_TRUE(got == expected) << "python read:\n" << got.substr(0, 2000);
+    }
 }
 
 TEST(PlistPython, WeReadWhatPythonWrites) {

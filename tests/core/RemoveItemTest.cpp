@@ -106,19 +106,25 @@ TEST_F(RemoveItem, SymbolicLinksGoAsLinksAndAreNeverFollowed) {
     EXPECT_TRUE(exists(tree.path("outside/folder/inner")));
 }
 
-TEST_F(RemoveItem, AFolderSwappedForALinkAfterBeingChosenLeavesWhatItPointsToAlone) {
+// Links put in place after the item was chosen: of the item itself only the link goes, and one on the
+// way leads nowhere.
+TEST_F(RemoveItem, LinksSwappedInAfterTheChoiceLeaveWhatTheyPointToAlone) {
     tree.file("chosen/mine", 10);
     tree.file("elsewhere/precious", 10);
     tree.file("elsewhere/sub/more", 10);
-    const std::string chosen = tree.path("chosen");
-    ASSERT_TRUE(std::filesystem::is_directory(chosen));
-    std::filesystem::remove_all(chosen);
+    std::filesystem::remove_all(tree.path("chosen"));
     tree.symlink(tree.path("elsewhere"), "chosen");
-
-    EXPECT_EQ(outcome(removeItem(chosen)), "1|0|");
-    EXPECT_FALSE(exists(chosen));
+    EXPECT_EQ(outcome(removeItem(tree.path("chosen"))), "1|0|");
+    EXPECT_FALSE(exists(tree.path("chosen")));
     EXPECT_TRUE(exists(tree.path("elsewhere/precious")));
     EXPECT_TRUE(exists(tree.path("elsewhere/sub/more")));
+
+    tree.file("real/victim/file", 10);
+    tree.file("outside/victim/file", 10);
+    std::filesystem::remove_all(tree.path("real"));
+    tree.symlink(tree.path("outside"), "real");
+    EXPECT_FALSE(removeItem(tree.path("real/victim")).ok);
+    EXPECT_TRUE(exists(tree.path("outside/victim/file")));
 }
 
 TEST_F(RemoveItem, RawByteNamesAndTreesDeeperThanPathMax) {
@@ -233,15 +239,3 @@ TEST_F(RemoveItem, AnotherDiskInsideLeavesTheWholeItemInPlace) {
 }
 
 } // namespace
-
-TEST_F(RemoveItem, ALinkPutInPlaceOfAFolderOnTheWayLeadsNowhere) {
-    tree.file("real/victim/file", 10);
-    tree.file("outside/victim/file", 10);
-    const std::string chosen = tree.path("real/victim");
-    // After the item was chosen, a folder on its way became a link to somewhere else.
-    std::filesystem::remove_all(tree.path("real"));
-    tree.symlink(tree.path("outside"), "real");
-    RemovalResult result = removeItem(chosen);
-    EXPECT_FALSE(result.ok);
-    EXPECT_TRUE(exists(tree.path("outside/victim/file")));
-}

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <sys/stat.h>
 
 using namespace brenvo;
@@ -148,11 +147,9 @@ TEST(DeletionLog, RefusedAndVanishedTargetsAreReported) {
 TEST(DeletionLog, AStartFindsWhatAnEarlierRunLeftUndone) {
     Fixture f;
     f.tree.file("still-here", 10);
-    {
-        std::ofstream(f.state.path("unfinished-deletions.json"))
-            << R"([{"url":"file://)" << f.tree.path("still-here") << R"(","name":"still-here","size":10},)"
-            << R"({"url":"file://)" << f.tree.path("long-gone") << R"(","name":"long-gone","size":5}])";
-    }
+    std::ofstream(f.state.path("unfinished-deletions.json"))
+        << R"([{"url":"file://)" << f.tree.path("still-here") << R"(","name":"still-here","size":10},)"
+        << R"({"url":"file://)" << f.tree.path("long-gone") << R"(","name":"long-gone","size":5}])";
     {
         DeletionLog log(f.file());
         ASSERT_EQ(log.unfinished().size(), 1u); // what is gone was finished, or removed by the user
