@@ -314,6 +314,9 @@ void Sidebar::showSelection() {
     QTreeWidgetItem* row = selection_ ? itemFor(*selection_) : nullptr;
     tree_->clearSelection();
     if (row) {
+        // The chosen row is also the current one, so the keyboard's focus frame sits on it and not on the
+        // first section's title.
+        tree_->setCurrentItem(row, 0, QItemSelectionModel::NoUpdate);
         row->setSelected(true);
         tree_->scrollToItem(row);
     }
