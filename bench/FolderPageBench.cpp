@@ -5,7 +5,7 @@
 #include "FileListModel.h"
 #include "FileListView.h"
 #include "FolderPage.h"
-#include "InspectorView.h"
+#include "DetailsColumn.h"
 #include "StorageModel.h"
 #include "TreemapView.h"
 

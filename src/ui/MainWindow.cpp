@@ -3,7 +3,7 @@
 #include "Desktop.h"
 #include "FolderPage.h"
 #include "Icons.h"
-#include "InspectorView.h"
+#include "DetailsColumn.h"
 #include "PreviewWindow.h"
 #include "RecentlyDeletedView.h"
 #include "Sidebar.h"

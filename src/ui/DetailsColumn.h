@@ -11,8 +11,8 @@ namespace brenvo {
 class FileNode;
 class StorageModel;
 
-// The right-hand column: what the selection is, the facts about it and what can be done with it. It holds
-// nothing of its own; every change of the model draws it again from the model.
+// The right-hand column that the Details button shows: what the selection is, the facts about it and what
+// can be done with it. It holds nothing of its own; every change of the model draws it again from the model.
 class InspectorView : public QScrollArea {
     Q_OBJECT
 public:

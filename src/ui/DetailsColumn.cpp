@@ -1,4 +1,4 @@
-#include "InspectorView.h"
+#include "DetailsColumn.h"
 
 #include "Desktop.h"
 #include "FileActionsMenu.h"

@@ -1,5 +1,5 @@
 #include "EventLoop.h"
-#include "InspectorView.h"
+#include "DetailsColumn.h"
 #include "StorageModel.h"
 #include "TempTree.h"
 #include "Words.h"
