@@ -30,13 +30,12 @@ public:
 
     FileNode* node(int row) const;
     int rowOf(quint64 id) const;
-    // What the rows are of: the folder, the search and the filters. A new key starts the list at the top.
-    const QString& rowsKey() const { return rowsKey_; }
     // The column a sort by `column` of the model stands in, and back; Share has no order.
     static int columnOf(int listColumn);
     static int listColumnOf(int column); // -1 for a column without a sort key
 
 signals:
+    // The rows are of another folder, search or filter: the list starts again at the top.
     void rowsKeyChanged();
 
 private:
@@ -45,7 +44,7 @@ private:
     StorageModel& model_;
     std::vector<FileNode*> rows_;
     std::vector<QString> kinds_;
-    QString rowsKey_;
+    QString rowsKey_; // the folder's path, the search and the filters
 };
 
 } // namespace brenvo

@@ -15,7 +15,7 @@ ThumbnailView::ThumbnailView(const std::string& path, double points, QIcon place
         if (key == ThumbnailCache::key(path_, points_)) look();
     });
     look();
-    if (image_.isNull() && !cache.failed(path_, points_)) cache.request(path_, points_);
+    if (image_.isNull()) cache.request(path_, points_);
 }
 
 void ThumbnailView::look() {

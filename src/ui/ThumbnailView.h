@@ -15,7 +15,6 @@ class ThumbnailView : public QWidget {
 public:
     ThumbnailView(const std::string& path, double points, QIcon placeholder, QWidget* parent = nullptr);
 
-    bool hasPicture() const { return !image_.isNull(); }
     void setCornerRadius(double radius) { radius_ = radius; }
 
 signals:

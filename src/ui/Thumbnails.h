@@ -36,7 +36,6 @@ public:
     std::optional<QImage> cached(const std::string& path, double points);
     // Whether the file has been found to give no picture (at any size).
     bool failed(const std::string& path) const;
-    bool failed(const std::string& path, double /*points*/) const { return failed(path); }
     // Starts making the picture unless it is kept, failed or already on its way; `ready` follows either way
     // it ends, so a view can look again.
     void request(const std::string& path, double points);

@@ -146,8 +146,6 @@ std::optional<QColor> TreemapView::tint(const FileNode& node) const {
     return std::nullopt;
 }
 
-bool TreemapView::reduceMotion() { return prefersReducedMotion(); }
-
 std::set<std::string> TreemapView::selectedTiles() const {
     std::set<std::string> paths;
     for (const Tile& tile : layout_.tiles)
@@ -184,7 +182,7 @@ void TreemapView::selectionMoved() {
     std::map<std::string, double> target;
     for (const Tile& tile : layout_.tiles)
         if (tile.node) target[tile.path] = now.contains(tile.path) ? 1 : 0;
-    if (reduceMotion()) {
+    if (prefersReducedMotion()) {
         lift_ = target;
         update();
         return;
@@ -211,7 +209,7 @@ void TreemapView::selectionMoved() {
 }
 
 void TreemapView::wiggle(const std::set<std::string>& paths) {
-    if (paths.empty() || reduceMotion()) return;
+    if (paths.empty() || prefersReducedMotion()) return;
     wiggling_ = paths;
     if (wiggler_) wiggler_->stop();
     auto* run = new QVariantAnimation(this);
@@ -326,8 +324,8 @@ void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont
                 p.setClipPath(corner);
                 p.drawImage(spot, *image);
                 p.restore();
-            } else if (!thumbnails.failed(path, side)) {
-                thumbnails.request(path, side);
+            } else {
+                thumbnails.request(path, side); // nothing when it failed before or is on its way
             }
         }
     }

@@ -58,8 +58,6 @@ public:
     // The colour a tile takes from an application's icon: the app the item belongs to, or an app bundle's
     // own icon; none for anything else or a grey icon.
     std::optional<QColor> tint(const FileNode& node) const;
-    // Whether the desktop asked for less motion: then a chosen tile rises at once and doesn't wiggle.
-    static bool reduceMotion();
     // How far the tile of `id` is tilted now, in degrees; for tests.
     double angle(quint64 id) const;
 

@@ -100,7 +100,7 @@ TEST(Thumbnails, AnImageGivesAPictureThatFitsItsRungAndIsKept) {
     const int attempts = cache.attempts();
     cache.request(wide, 60); // the same rung: kept, not made again
     EXPECT_EQ(cache.attempts(), attempts);
-    EXPECT_FALSE(cache.failed(wide, 40));
+    EXPECT_FALSE(cache.failed(wide));
 }
 
 TEST(Thumbnails, WhatGivesNoPictureFailsOnceAndIsNeverTriedAgain) {
@@ -119,8 +119,7 @@ TEST(Thumbnails, WhatGivesNoPictureFailsOnceAndIsNeverTriedAgain) {
         SCOPED_TRACE(name);
         const std::string path = tree.path(name);
         EXPECT_TRUE(picture(cache, path, 64).isNull());
-        EXPECT_TRUE(cache.failed(path, 64));
-        EXPECT_TRUE(cache.failed(path, 256)); // whatever the size
+        EXPECT_TRUE(cache.failed(path));
         const int attempts = cache.attempts();
         cache.request(path, 64);
         cache.request(path, 512);
