@@ -1,3 +1,4 @@
+#include "Driven.h"
 #include "EventLoop.h"
 #include "DetailsColumn.h"
 #include "StorageModel.h"
@@ -16,19 +17,11 @@ using brenvo::test::waitFor;
 namespace {
 
 // The model as the shell drives it, with the column beside it.
-struct Column {
-    StorageModel model;
+struct Column : test::Driven {
     InspectorView view{model};
     Column() {
-        QObject::connect(&model, &StorageModel::locationChanged, &model, [this] {
-            if (model.location()) model.scan(*model.location());
-        });
         view.resize(300, 700);
         view.show();
-    }
-    bool open(const std::string& path) {
-        model.explore(path);
-        return waitFor([this] { return !model.isScanning() && !model.isRefreshing() && model.current(); });
     }
     void select(std::initializer_list<FileNode*> nodes) {
         QSet<quint64> ids;

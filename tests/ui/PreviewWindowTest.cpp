@@ -1,3 +1,4 @@
+#include "Driven.h"
 #include "EventLoop.h"
 #include "FilterBar.h"
 #include "FolderPage.h"
@@ -53,17 +54,12 @@ QString kindOf(const char* type) {
 }
 
 // A model over a scanned folder, and the preview window of an owner window.
-struct Previewing {
-    StorageModel model;
+struct Previewing : test::Driven {
     QWidget owner;
     PreviewWindow* window = nullptr;
 
     explicit Previewing(const std::string& folder) {
-        QObject::connect(&model, &StorageModel::locationChanged, &model, [this] {
-            if (model.location()) model.scan(*model.location());
-        });
-        model.explore(folder);
-        EXPECT_TRUE(waitFor([this] { return !model.isScanning() && !model.isRefreshing() && model.root(); }));
+        EXPECT_TRUE(open(folder) && model.root());
         window = new PreviewWindow(model, &owner);
     }
     // Selects items of the folder and opens the preview on them.

@@ -1,3 +1,4 @@
+#include "Driven.h"
 #include "EventLoop.h"
 #include "FolderPage.h"
 #include "MainWindow.h"
@@ -75,13 +76,12 @@ TEST(TreemapView, AChosenTileWigglesUnlessTheDesktopAsksForCalm) {
     test::TempTree tree;
     tree.file("big.bin", 400000);
     tree.file("small.bin", 100000);
-    StorageModel model;
+    test::Driven driven;
+    StorageModel& model = driven.model;
     TreemapView map(model);
     map.resize(600, 400);
     map.show();
-    QObject::connect(&model, &StorageModel::locationChanged, &model, [&] { model.scan(*model.location()); });
-    model.explore(tree.root());
-    ASSERT_TRUE(waitFor([&] { return !model.isScanning() && model.current(); }));
+    ASSERT_TRUE(driven.open(tree.root()));
     FileNode* big = model.root()->find(tree.path("big.bin"));
     FileNode* small = model.root()->find(tree.path("small.bin"));
 
@@ -94,7 +94,7 @@ TEST(TreemapView, AChosenTileWigglesUnlessTheDesktopAsksForCalm) {
 
     // A fresh scan brings the same item under a new id: no new choice, no new wiggle.
     model.scan(*model.location());
-    ASSERT_TRUE(waitFor([&] { return !model.isRefreshing() && !model.isScanning(); }));
+    ASSERT_TRUE(driven.idle());
     big = model.root()->find(tree.path("big.bin"));
     small = model.root()->find(tree.path("small.bin"));
     for (int i = 0; i < 10; ++i) {
