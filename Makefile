@@ -7,6 +7,8 @@ SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 RELEASE := build/release
 CHECKED := build/checked
+# Compiles are shared between build folders and work trees when ccache is there; nothing needs it.
+LAUNCHER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 
 PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libqt6svg6 libgl-dev libicu-dev \
             libgtest-dev libgmock-dev libbenchmark-dev adwaita-icon-theme fonts-dejavu-core \
@@ -26,7 +28,7 @@ setup:
 	fi
 
 $(RELEASE)/build.ninja:
-	cmake -S . -B $(RELEASE) -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRENVO_TESTS=OFF
+	cmake -S . -B $(RELEASE) -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRENVO_TESTS=OFF $(LAUNCHER)
 
 build: setup $(RELEASE)/build.ninja
 	cmake --build $(RELEASE) -j $(JOBS)
@@ -41,7 +43,7 @@ run: build
 	fi
 
 $(CHECKED)/build.ninja:
-	cmake -S . -B $(CHECKED) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBRENVO_SANITIZE=ON -DBRENVO_BENCH=OFF
+	cmake -S . -B $(CHECKED) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBRENVO_SANITIZE=ON -DBRENVO_BENCH=OFF $(LAUNCHER)
 
 test: setup $(CHECKED)/build.ninja
 	cmake --build $(CHECKED) -j $(JOBS)
