@@ -47,6 +47,12 @@ int warnBelowGB() { return read<int>(kWarnBelowGB, 0); }
 bool lowSpaceWarnings() { return read<bool>(kLowSpaceWarnings, true); }
 bool showInMenuBar() { return read<bool>(kShowInMenuBar, true); }
 QStringList excludedFolders() { return store().value(key(kExcludedFolders)).toStringList(); }
+
+std::vector<std::string> excludedPaths() {
+    std::vector<std::string> paths;
+    for (const QString& folder : excludedFolders()) paths.push_back(toBytes(folder));
+    return paths;
+}
 QString folderChart() { return read<QString>(kFolderChart, QStringLiteral("map")); }
 bool hasSeenWelcome() { return read<bool>(kHasSeenWelcome, false); }
 

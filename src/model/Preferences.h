@@ -2,6 +2,8 @@
 
 #include <QString>
 #include <QStringList>
+#include <string>
+#include <vector>
 #include <string_view>
 
 namespace brenvo {
@@ -29,6 +31,8 @@ int warnBelowGB();          // 0 or less means automatic
 bool lowSpaceWarnings();
 bool showInMenuBar();
 QStringList excludedFolders();
+// The same folders as the file system spells them, for the scanner.
+std::vector<std::string> excludedPaths();
 QString folderChart(); // "rings" shows rings; anything else the map
 bool hasSeenWelcome();
 

@@ -7,158 +7,168 @@
 
 #ifndef Q_MOC_RUN // moc can't parse the C++20 standard headers the engine uses
 #include "BackgroundTasks.h"
+#include "DeleteFlow.h"
 #include "DeletionLog.h"
-#include "FolderWatcher.h"
-#include "ScanLocation.h"
+#include "Listing.h"
+#include "Navigation.h"
+#include "PreviewState.h"
+#include "ScanSession.h"
 #include "explain/AppCatalog.h"
 #include "explain/Explainer.h"
 #include "scan/DiskScanner.h"
+#include "scan/ScanLocation.h"
 #include "tree/FileNode.h"
 #include "util/Date.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
-#include <stop_token>
 #include <string>
 #include <vector>
 #endif
 
 namespace brenvo {
 
-// The application's one central state: the tree of the scanned folder, where the user is in it, and the
-// life of a scan. Lives on the main thread; screens observe its signals and call its operations, and keep
-// no copy of its state. Background work reaches it only through the main thread, carrying the scan's
-// generation number, and is dropped when a newer scan has begun.
+// The application's one central state, and the one object screens talk to. It owns the parts that keep
+// that state — the scan session (the tree and its life), navigation (place and selection), the listing,
+// the preview and the delete flow — and announces every change with its signals. Lives on the main
+// thread; background work reaches it only through the main thread, carrying a generation number, and is
+// dropped when overtaken.
 class StorageModel : public QObject {
     Q_OBJECT
 public:
     enum class Page { folder, overview, duplicates, recentlyDeleted };
-    enum class KindFilter { all, folders, videos, images, audio, documents, installers, archives, apps };
-    enum class SizeFilter : int64_t { any = 0, over10MB = 10'000'000, over100MB = 100'000'000, over1GB = 1'000'000'000 };
-    static const std::vector<KindFilter>& kindFilters();
-    static const std::vector<SizeFilter>& sizeFilters();
-    static const char* text(KindFilter filter);
-    static const char* label(SizeFilter filter);
-
-    // A tree remembered from an earlier scan of the same location.
-    struct Remembered {
-        NodeRef tree;
-        Date date;
-    };
-    // Reads the remembered tree of a location's path, off the main thread.
-    using SnapshotSource = std::function<std::optional<Remembered>(const std::string& locationPath)>;
+    using KindFilter = Listing::KindFilter;
+    using SizeFilter = Listing::SizeFilter;
+    using ListColumn = Listing::ListColumn;
+    using ListOrder = Listing::ListOrder;
+    using Remembered = ScanSession::Remembered;
+    using SnapshotSource = ScanSession::SnapshotSource;
     using Skipped = DiskScanner::Skipped;
+    static constexpr size_t kMatchLimit = Listing::kMatchLimit;
+    static const std::vector<KindFilter>& kindFilters() { return Listing::kindFilters(); }
+    static const std::vector<SizeFilter>& sizeFilters() { return Listing::sizeFilters(); }
+    static const char* text(KindFilter filter) { return Listing::text(filter); }
+    static const char* label(SizeFilter filter) { return Listing::label(filter); }
 
     explicit StorageModel(QObject* parent = nullptr);
     ~StorageModel() override;
 
-    const std::optional<ScanLocation>& location() const { return location_; }
+    // Place and selection.
+    const std::optional<ScanLocation>& location() const { return navigation_.location(); }
     // A new value different from the old one is what starts a scan (through the shell).
-    void setLocation(std::optional<ScanLocation> location);
-    FileNode* root() const { return root_.get(); }
-    FileNode* current() const { return current_.get(); }
+    void setLocation(std::optional<ScanLocation> location) { navigation_.setLocation(std::move(location)); }
+    FileNode* root() const { return session_.root(); }
+    FileNode* current() const { return navigation_.current(); }
     // The node at `path` in the tree on show; none when there is no such node (any more).
-    FileNode* find(const std::string& path) const;
-    void setCurrent(FileNode* folder);
-    const QSet<quint64>& selection() const { return selection_; }
-    void setSelection(QSet<quint64> ids);
-    bool isScanning() const { return isScanning_; }
-    bool isRefreshing() const { return isRefreshing_; }
-    std::optional<Date> scannedAt() const { return scannedAt_; }
-    const ScanProgress& progress() const { return progress_; }
-    const std::optional<QString>& errorMessage() const { return errorMessage_; }
-    void clearErrorMessage();
+    FileNode* find(const std::string& path) const { return root() ? root()->find(path) : nullptr; }
+    void setCurrent(FileNode* folder) { navigation_.setCurrent(folder); }
+    const QSet<quint64>& selection() const { return navigation_.selection(); }
+    void setSelection(QSet<quint64> ids) { navigation_.setSelection(std::move(ids)); }
+    const std::optional<std::string>& pendingReveal() const { return navigation_.pendingReveal(); }
+    int revealToken() const { return navigation_.revealToken(); }
+    // Opens a folder as a custom location.
+    void explore(const std::string& path) { navigation_.explore(path); }
+    // To the enclosing folder, with the folder just left selected.
+    void goUp() { navigation_.goUp(); }
+    // Shows the item at `path` in its folder, scanning the place that holds it if need be.
+    void reveal(const std::string& path) { navigation_.reveal(path); }
+    // Moves the selection to the next or previous child of `current` by size, whatever the list shows.
+    void selectNeighbour(bool forward) { navigation_.selectNeighbour(forward); }
+
+    // The scan.
+    bool isScanning() const { return session_.isScanning(); }
+    bool isRefreshing() const { return session_.isRefreshing(); }
+    std::optional<Date> scannedAt() const { return session_.scannedAt(); }
+    const ScanProgress& progress() const { return session_.progress(); }
+    const FolderWatcher& watcher() const { return session_.watcher(); }
+    const std::vector<std::string>& changesDuringScan() const { return session_.changesDuringScan(); }
+    int scanID() const { return session_.scanID(); }
+    std::optional<Date> changesSince() const { return session_.changesSince(); }
+    bool isRescanWaiting() const { return session_.isRescanWaiting(); }
+    // Starts or restarts a scan of `location`.
+    void scan(const ScanLocation& location) { session_.scan(location); }
+    void cancelScan() { session_.cancel(); }
+    // Writes the tree on show to the scan cache; called after every change that patches the tree.
+    void saveCache() { session_.saveCache(); }
+    // A batch of changed paths under `rootPath`: applied now, or held while a scan runs.
+    void receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath) {
+        session_.receiveLiveChanges(std::move(paths), rootPath);
+    }
+    // Brings the tree on show up to date with changed paths, if it is still the tree of `rootPath`.
+    void applyLiveChanges(const std::vector<std::string>& paths, const std::string& rootPath) {
+        session_.applyLiveChanges(paths, rootPath);
+    }
+    // Where remembered trees come from: the scan cache, unless a test says otherwise.
+    void setSnapshotSource(SnapshotSource source) { session_.setSnapshotSource(std::move(source)); }
+
+    // The list.
+    std::vector<FileNode*> listItems() const { return listing_.listItems(); }
+    static std::vector<FileNode*> matches(FileNode& folder, std::string_view query, KindFilter kind, SizeFilter size,
+                                          size_t limit, const Profile& profile) {
+        return Listing::matches(folder, query, kind, size, limit, profile);
+    }
+    const std::string& searchText() const { return listing_.searchText(); }
+    void setSearchText(std::string text) { listing_.setSearchText(std::move(text)); }
+    KindFilter kindFilter() const { return listing_.kindFilter(); }
+    void setKindFilter(KindFilter filter) { listing_.setKindFilter(filter); }
+    SizeFilter sizeFilter() const { return listing_.sizeFilter(); }
+    void setSizeFilter(SizeFilter filter) { listing_.setSizeFilter(filter); }
+    bool isFiltering() const { return listing_.isFiltering(); }
+    void clearFilters() { listing_.clearFilters(); }
+    const ListOrder& listOrder() const { return listing_.listOrder(); }
+    void setListOrder(ListOrder order) { listing_.setListOrder(order); }
+    static void sortRows(std::vector<FileNode*>& items, ListOrder order,
+                         const std::function<std::string(const FileNode&)>& kindOf) {
+        Listing::sortRows(items, order, kindOf);
+    }
+    // While filtering, where a found item sits below the current folder ("Photos/2024").
+    std::optional<std::string> relativeFolder(const FileNode& node) const { return listing_.relativeFolder(node); }
+    // Those of `listItems` that are selected, in list order.
+    std::vector<FileNode*> selectedNodes() const { return listing_.selectedNodes(); }
+    // Fills in when the items were last opened, once per node, off the main thread.
+    void loadLastOpened(const std::vector<FileNode*>& nodes) { listing_.loadLastOpened(nodes); }
+
+    // The preview.
+    const std::optional<std::string>& previewURL() const { return preview_.previewURL(); }
+    const std::vector<std::string>& previewList() const { return preview_.previewList(); }
+    std::vector<std::string> previewItems() const { return preview_.previewItems(); }
+    void toggleQuickLook() { preview_.toggle(); }
+    void showPreview(std::vector<std::string> paths) { preview_.show(std::move(paths)); }
+    void pagePreview(int step) { preview_.page(step); }
+    void closePreview() { preview_.close(); }
+
+    // Deleting. The confirmation shows while `pendingDelete` isn't empty; protected items never get there.
+    DeletionLog& deletions() { return *deletions_; }
+    const std::set<std::string>& hiddenWhilePending() const { return deleteFlow_.hiddenWhilePending(); }
+    void requestDelete(const std::vector<FileNode*>& nodes) { deleteFlow_.request(nodes); }
+    void confirmDelete() { deleteFlow_.confirm(); }
+    void cancelDelete() { deleteFlow_.cancel(); }
+    const std::vector<NodeRef>& pendingDelete() const { return deleteFlow_.pendingDelete(); }
+    int pendingDeleteSkipped() const { return deleteFlow_.pendingDeleteSkipped(); }
+    // Why an item can't be deleted or collected; nothing when it can.
+    std::optional<std::string> collectBlockReason(const std::string& path, bool isFolder) const {
+        return deleteFlow_.collectBlockReason(path, isFolder);
+    }
+    bool stillCollectable(const std::string& path) const { return deleteFlow_.stillCollectable(path); }
+    // The answer "Delete" to "Finish deleting?".
+    void finishUnfinishedDeletions() { deleteFlow_.finishUnfinished(); }
+    // Takes items out of the tree on show.
+    void forget(const std::vector<std::string>& paths) { deleteFlow_.forget(paths); }
+
+    // The page, errors, and what the items are.
     Page page() const { return page_; }
     void setPage(Page page);
-    const std::set<std::string>& hiddenWhilePending() const { return hiddenWhilePending_; }
-    DeletionLog& deletions() { return *deletions_; }
-    const std::optional<std::string>& pendingReveal() const { return pendingReveal_; }
-    int revealToken() const { return revealToken_; }
+    const std::optional<QString>& errorMessage() const { return errorMessage_; }
+    void clearErrorMessage() { setErrorMessage(std::nullopt); }
     bool hasFullDiskAccess() const { return hasFullDiskAccess_; }
+    // Checked at start and whenever the application becomes active.
+    void refreshFullDiskAccess();
     const std::shared_ptr<const AppCatalog>& catalog() const { return catalog_; }
     int revision() const { return revision_; }
-    const FolderWatcher& watcher() const { return watcher_; }
-    const std::vector<std::string>& changesDuringScan() const { return changesDuringScan_; }
-    int scanID() const { return scanID_; }
-    std::optional<Date> changesSince() const { return changesSince_; }
-
-    // Starts or restarts a scan of `location`.
-    void scan(const ScanLocation& location);
-    void cancelScan();
-    // Writes the tree on show to the scan cache; called after every change that patches the tree.
-    void saveCache();
-    // A batch of changed paths under `rootPath`: applied now, or held while a scan runs.
-    void receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath);
-    // Brings the tree on show up to date with changed paths, if it is still the tree of `rootPath`.
-    void applyLiveChanges(const std::vector<std::string>& paths, const std::string& rootPath);
-    // Opens a folder as a custom location.
-    void explore(const std::string& path);
-    // To the enclosing folder, with the folder just left selected.
-    void goUp();
-    // What the folder page lists: the children of `current`, or while filtering the matches anywhere below
-    // it (at most 2000), remembered until the folder, the filters or the tree change.
-    std::vector<FileNode*> listItems() const;
-    static constexpr size_t kMatchLimit = 2000;
-    // Items below `folder` that pass the filters, smallest of each folder first, at most `limit`.
-    static std::vector<FileNode*> matches(FileNode& folder, std::string_view query, KindFilter kind, SizeFilter size,
-                                          size_t limit, const Profile& profile);
-    const std::string& searchText() const { return searchText_; }
-    void setSearchText(std::string text);
-    KindFilter kindFilter() const { return kindFilter_; }
-    void setKindFilter(KindFilter filter);
-    SizeFilter sizeFilter() const { return sizeFilter_; }
-    void setSizeFilter(SizeFilter filter);
-    bool isFiltering() const;
-    void clearFilters();
-    // The order the list shows its rows in: a column and a direction. Kept here so it outlives the list and
-    // the folder.
-    enum class ListColumn { name, size, change, kind, modified, lastOpened };
-    struct ListOrder {
-        ListColumn column = ListColumn::size;
-        bool ascending = false;
-        bool operator==(const ListOrder&) const = default;
-    };
-    const ListOrder& listOrder() const { return listOrder_; }
-    void setListOrder(ListOrder order);
-    // `items` in `order`, stable; `kindOf` gives the text the kind column shows.
-    static void sortRows(std::vector<FileNode*>& items, ListOrder order,
-                         const std::function<std::string(const FileNode&)>& kindOf);
-    // While filtering, where a found item sits below the current folder ("Photos/2024"); nothing for a
-    // direct child.
-    std::optional<std::string> relativeFolder(const FileNode& node) const;
-    // Those of `listItems` that are selected, in list order.
-    std::vector<FileNode*> selectedNodes() const;
-    // Moves the selection to the next or previous child of `current` by size, whatever the list shows.
-    void selectNeighbour(bool forward);
-    const std::optional<std::string>& previewURL() const { return previewURL_; }
-    const std::vector<std::string>& previewList() const { return previewList_; }
-    std::vector<std::string> previewItems() const;
-    void toggleQuickLook();
-    // Opens the preview on `paths`, at the first.
-    void showPreview(std::vector<std::string> paths);
-    // Moves the preview `step` items along previewList, stopping at either end.
-    void pagePreview(int step);
-    void closePreview();
-    // Shows the item at `path` in its folder, scanning the place that holds it if need be.
-    void reveal(const std::string& path);
-    // Fills in when the items were last opened, once per node, off the main thread.
-    void loadLastOpened(const std::vector<FileNode*>& nodes);
-    // Takes items out of the tree on show.
-    void forget(const std::vector<std::string>& paths);
-    // Deleting. The confirmation shows while `pendingDelete` isn't empty; protected items never get there.
-    void requestDelete(const std::vector<FileNode*>& nodes);
-    void confirmDelete();
-    void cancelDelete();
-    const std::vector<NodeRef>& pendingDelete() const { return pendingDelete_; }
-    int pendingDeleteSkipped() const { return pendingDeleteSkipped_; }
-    // Why an item can't be deleted or collected; nothing when it can.
-    std::optional<std::string> collectBlockReason(const std::string& path, bool isFolder) const;
-    bool stillCollectable(const std::string& path) const;
-    // The answer "Delete" to "Finish deleting?".
-    void finishUnfinishedDeletions();
+    // Tells the folder-page screens that node contents changed; every patch of the tree calls it.
+    void bumpRevision();
 
     // Opening an item: a group of small files shows its folder; an installer for an application that is
     // already installed asks first (`installerChoice`); anything else opens in its application. The
@@ -174,34 +184,16 @@ public:
     void showInFolder(const std::string& path) { emit revealRequested(path); }
     const std::optional<InstallerChoice>& installerChoice() const { return installerChoice_; }
     void clearInstallerChoice();
-
     // What the item is, what could be done about it and whether it may go, in this system's words.
     Explanation explain(const FileNode& node) const;
-    // The system's answers the explanations read, around a given catalogue.
-    static ExplainContext explainContext(std::shared_ptr<const AppCatalog> catalog);
     // The installed application an installer file is for, remembered per node until the catalogue changes.
     std::optional<InstalledApp> installedApp(const FileNode& node);
-    // Checked at start and whenever the application becomes active.
-    void refreshFullDiskAccess();
-    // Tells the folder-page screens that node contents changed; every patch of the tree calls it.
-    void bumpRevision();
 
-    // The location under which a path is found: a usual place, the home folder, or the folder holding it.
+    // The rules of a scan, from the profile and the settings.
     static ScanLocation bestLocation(const std::string& path);
-    static bool checkFullDiskAccess();
-    // The folders a scan doesn't enter, with the reason shown: the profile's Library folder and the
-    // excluded folders of the settings (whose reason wins for a path in both).
     static Skipped skippedTable();
-    // The folder remembered scans are kept in.
-    static std::string scansFolder();
-    // What every finished scan of a location goes through, off the main thread or in the command line: the
-    // marks of growth since the remembered baseline (its date, if there is one), then the snapshot and, when
-    // the baseline is missing or a week old, a new baseline.
-    static std::optional<Date> markChanges(FileNode& tree, const std::string& url);
-    static void remember(FileNode& tree, const std::string& url, Date now, std::optional<Date> baselineDate);
-
-    // Where remembered trees come from: the scan cache, unless a test says otherwise.
-    void setSnapshotSource(SnapshotSource source) { snapshotSource_ = std::move(source); }
+    // Folders whose changes don't matter: the Library and the excluded folders.
+    static std::vector<std::string> ignoredFolders();
 
 signals:
     void locationChanged();
@@ -222,72 +214,29 @@ signals:
     void listOrderChanged();
 
 private:
-    struct ScanOutcome {
-        NodeRef tree;
-        std::optional<std::string> error; // a failure's words; none with a tree or a cancellation
-    };
+    friend class ScanSession;
+    friend class Navigation;
+    friend class Listing;
+    friend class PreviewState;
+    friend class DeleteFlow;
 
-    void showRemembered(NodeRef tree, Date date, std::shared_ptr<const AppCatalog> catalog, int id);
-    void finishScan(ScanOutcome outcome, std::shared_ptr<const AppCatalog> catalog,
-                    std::optional<Date> baselineDate, int id);
-    void applyReveal(bool final);
-    void remeasure(FileNode* node);
-    void measureAdded(const std::string& path, const std::string& parent);
-    void applyReplacing(NodeRef fresh, FileNode* old);
-    std::vector<std::string> ignoredFolders() const;
-    void hidePendingDeletions(FileNode& tree);
-    void setScanState(bool scanning, bool refreshing);
     void setErrorMessage(std::optional<QString> message);
-    void replaceTree(NodeRef root, FileNode* current);
+    void setCatalog(std::shared_ptr<const AppCatalog> catalog);
 
-    std::optional<ScanLocation> location_;
-    NodeRef root_;
-    NodeRef current_;
-    QSet<quint64> selection_;
-    bool isScanning_ = false;
-    bool isRefreshing_ = false;
-    std::optional<Date> scannedAt_;
-    ScanProgress progress_;
-    std::optional<QString> errorMessage_;
     Page page_ = Page::overview;
-    std::set<std::string> hiddenWhilePending_;
-    DeletionLog* deletions_;
-    std::optional<std::string> pendingReveal_;
-    int revealToken_ = 0;
+    std::optional<QString> errorMessage_;
     bool hasFullDiskAccess_ = true;
     std::shared_ptr<const AppCatalog> catalog_;
     int revision_ = 0;
-    std::optional<std::stop_source> scanTask_;
-    FolderWatcher watcher_;
-    std::vector<std::string> changesDuringScan_;
-    int scanID_ = 0;
-    std::optional<Date> changesSince_;
-    std::string searchText_;
-    KindFilter kindFilter_ = KindFilter::all;
-    SizeFilter sizeFilter_ = SizeFilter::any;
-    struct ListKey {
-        uint64_t folder = 0;
-        std::string query;
-        KindFilter kind = KindFilter::all;
-        SizeFilter size = SizeFilter::any;
-        int revision = 0;
-        bool operator==(const ListKey&) const = default;
-    };
-    mutable std::optional<std::pair<ListKey, std::vector<FileNode*>>> listCache_;
-    ListOrder listOrder_;
-    std::optional<std::string> previewURL_;
-    std::vector<std::string> previewList_;
     std::map<uint64_t, std::optional<InstalledApp>> appMatches_;
-    std::map<uint64_t, std::vector<NodeRef>> lastOpenedRequests_;
-    std::vector<NodeRef> pendingDelete_;
-    int pendingDeleteSkipped_ = 0;
     std::optional<InstallerChoice> installerChoice_;
+    DeletionLog* deletions_;
 
-    // Nodes being measured anew off the main thread, by request number: only this thread touches them.
-    std::map<uint64_t, NodeRef> measuring_;
-    uint64_t nextMeasure_ = 0;
-
-    SnapshotSource snapshotSource_;
+    Navigation navigation_{*this};
+    ScanSession session_{*this};
+    Listing listing_{*this};
+    PreviewState preview_{*this};
+    DeleteFlow deleteFlow_{*this};
     BackgroundTasks tasks_; // last: its end waits for the tasks, while everything above still exists
 };
 

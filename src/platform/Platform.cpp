@@ -1,6 +1,8 @@
 #include "platform/Platform.h"
 
 #include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
 #include <string_view>
 
 namespace brenvo::platform {
@@ -31,6 +33,17 @@ ScanEnvironment scanEnvironment() {
     env.iCloudDrivePath = profile().iCloudDrivePath;
     env.mounts = mountRules();
     return env;
+}
+
+std::string scansFolder() { return cacheFolder() + "/Scans"; }
+
+bool hasFullDiskAccess() {
+    if (isDemo() || !profile().isMac()) return true;
+    // Never read: opening it is the whole test.
+    const int fd = ::open("/Library/Application Support/com.apple.TCC/TCC.db", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    ::close(fd);
+    return true;
 }
 
 } // namespace brenvo::platform

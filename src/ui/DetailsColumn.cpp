@@ -6,6 +6,7 @@
 #include "FlowLayout.h"
 #include "Icons.h"
 #include "Preferences.h"
+#include "Explaining.h"
 #include "StorageModel.h"
 #include "Text.h"
 #include "ThumbnailView.h"
@@ -132,7 +133,7 @@ QWidget* infoSection(const QString& title, const QString& text, QWidget* parent)
 
 QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* parent) {
     const Explanation explanation = model.explain(node);
-    const ExplainContext context = StorageModel::explainContext(model.catalog());
+    const ExplainContext context = systemExplainContext(model.catalog());
     NodeRef held(&node);
     auto* detail = new QWidget(parent);
     auto* column = new QVBoxLayout(detail);

@@ -2,6 +2,7 @@
 
 #include "FileIcons.h"
 #include "Icons.h"
+#include "Explaining.h"
 #include "StorageModel.h"
 #include "Text.h"
 #include "Words.h"
@@ -53,7 +54,7 @@ int FileListModel::listColumnOf(int column) {
 void FileListModel::reload() {
     std::vector<FileNode*> rows = model_.listItems();
     // Each row's kind once: the kind column shows it and may sort by it.
-    const ExplainContext context = StorageModel::explainContext(model_.catalog());
+    const ExplainContext context = systemExplainContext(model_.catalog());
     std::unordered_map<const FileNode*, std::string> kindOf;
     kindOf.reserve(rows.size());
     for (FileNode* row : rows) kindOf.emplace(row, Explainer::kindLabel(*row, context));

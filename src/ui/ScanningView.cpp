@@ -1,4 +1,5 @@
 #include "ScanningView.h"
+#include "platform/Platform.h"
 
 #include "StorageModel.h"
 #include "Text.h"
@@ -14,7 +15,7 @@ namespace brenvo {
 
 QString locationTitle(const ScanLocation& location) {
     switch (location.kind()) {
-    case ScanLocation::Kind::custom: return toQString(lastPathComponent(location.path()));
+    case ScanLocation::Kind::custom: return toQString(lastPathComponent(location.path(platform::profile())));
     case ScanLocation::Kind::downloads: return QStringLiteral("Downloads");
     case ScanLocation::Kind::desktop: return QStringLiteral("Desktop");
     case ScanLocation::Kind::documents: return QStringLiteral("Documents");

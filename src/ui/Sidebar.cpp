@@ -231,7 +231,7 @@ void Sidebar::rebuild() {
     moreSection_ = section(QStringLiteral("More"));
     customRow_ = nullptr;
     addRow(moreSection_, locationTitle(ScanLocation::home()), "house", locationItem(ScanLocation::home()));
-    if (isDirectory(ScanLocation::iCloudDrive().path()))
+    if (isDirectory(ScanLocation::iCloudDrive().path(platform::profile())))
         addRow(moreSection_, locationTitle(ScanLocation::iCloudDrive()), "icloud",
                locationItem(ScanLocation::iCloudDrive()));
 
@@ -257,7 +257,7 @@ void Sidebar::rebuild() {
 void Sidebar::refreshCustomRow() {
     const auto& location = model_.location();
     const bool wanted = location && location->kind() == ScanLocation::Kind::custom &&
-                        std::find(disks_.begin(), disks_.end(), location->path()) == disks_.end();
+                        std::find(disks_.begin(), disks_.end(), location->path(platform::profile())) == disks_.end();
     if (customRow_ && wanted && items_[customRow_].location == location) return;
     updating_ = true;
     if (customRow_) {
@@ -267,7 +267,7 @@ void Sidebar::refreshCustomRow() {
     }
     if (wanted) {
         customRow_ = addRow(moreSection_, locationTitle(*location), "folder", locationItem(*location));
-        customRow_->setToolTip(0, toQString(location->path()));
+        customRow_->setToolTip(0, toQString(location->path(platform::profile())));
     }
     updating_ = false;
 }

@@ -3,7 +3,7 @@
 #include <QWidget>
 
 #ifndef Q_MOC_RUN
-#include "ScanLocation.h"
+#include "scan/ScanLocation.h"
 #include "tree/FileNode.h"
 
 #include <map>

@@ -4,7 +4,8 @@
 
 #include "DeletionLog.h"
 #include "SignalBridge.h"
-#include "StorageModel.h"
+#include "Explaining.h"
+#include "removal/BlockReason.h"
 #include "format/Formatters.h"
 #include "json/JsonWriter.h"
 #include "platform/Platform.h"
@@ -147,9 +148,8 @@ int deleteCommand(const std::vector<std::string>& args) {
     if (paths.empty()) return usageError("delete needs a PATH");
 
     EventLoop loop;
-    // Its deletion log is the one engine; with no folder scanned, its rule judges each path on its own.
-    StorageModel model;
-    DeletionLog& log = model.deletions();
+    // The application's deletion log and its rule, which judges each path on its own as no folder is scanned.
+    DeletionLog log;
     if (log.isShared()) {
         say(DeletionLog::kSharedMessage);
         return 1;
@@ -174,7 +174,8 @@ int deleteCommand(const std::vector<std::string>& args) {
         if (std::none_of(candidates.begin(), candidates.end(), [&](const Candidate& o) { return o.path == c.path; }))
             candidates.push_back(std::move(c));
     }
-    for (Candidate& c : candidates) c.blocked = model.collectBlockReason(c.path, c.isFolder);
+    const ExplainContext context = systemExplainContext(AppCatalog::load(platform::profile()));
+    for (Candidate& c : candidates) c.blocked = collectBlockReason(c.path, c.isFolder, nullptr, context);
 
     std::vector<Target> targets;
     for (const Candidate& c : candidates) {

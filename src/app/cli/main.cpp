@@ -1,6 +1,7 @@
 // brenvo-cli: the engine without a window, for terminals, scripts, benchmarks and tests.
 #include "DeleteCommands.h"
-#include "StorageModel.h"
+#include "Explaining.h"
+#include "Preferences.h"
 #include "cache/ScanCache.h"
 #include "cache/SnapshotJson.h"
 #include "explain/Explainer.h"
@@ -9,6 +10,8 @@
 #include "platform/Platform.h"
 #include "scan/DiskScanner.h"
 #include "scan/FileSystem.h"
+#include "scan/SkippedFolders.h"
+#include "util/Paths.h"
 
 #include <cerrno>
 #include <csignal>
@@ -140,8 +143,14 @@ private:
 // What the application does with a finished scan of a custom location: marks against the baseline, then
 // the snapshot and summary, and the baseline itself when there is none or it is older than a week.
 void remember(FileNode& root, const std::string& location, Date now) {
-    StorageModel::remember(root, location, now, StorageModel::markChanges(root, location));
+    const std::string folder = platform::scansFolder();
+    ScanCache::remember(root, location, now, ScanCache::markChanges(root, location, folder), folder);
     ScanCache::waitForWrites();
+}
+
+// The folders the application doesn't enter: the Library and the folders excluded in Settings.
+DiskScanner::Skipped applicationSkipped() {
+    return skippedFolders(platform::profile(), Preferences::excludedPaths());
 }
 
 int scanCommand(const std::vector<std::string>& args) {
@@ -158,7 +167,7 @@ int scanCommand(const std::vector<std::string>& args) {
     }
     ScanEnvironment environment = platform::scanEnvironment();
     environment.threads = options.threads;
-    const DiskScanner::Skipped skipped = options.remember ? StorageModel::skippedTable() : DiskScanner::Skipped{};
+    const DiskScanner::Skipped skipped = options.remember ? applicationSkipped() : DiskScanner::Skipped{};
     DiskScanner scanner(options.maxChildren, skipped, report, std::move(environment));
     NodeRef root;
     try {
@@ -213,7 +222,7 @@ int explainCommand(const std::vector<std::string>& args) {
                      root.c_str());
         return 2;
     }
-    const ExplainContext context = StorageModel::explainContext(AppCatalog::load(platform::profile()));
+    const ExplainContext context = systemExplainContext(AppCatalog::load(platform::profile()));
     const Explanation e = Explainer::explain(*node, tree.get(), context);
     JsonWriter out(stdout, JsonWriter::Style::Pretty);
     out.beginObject();

@@ -320,4 +320,19 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
     return std::make_pair(std::move(sizes), Date{*date});
 }
 
+std::optional<Date> markChanges(FileNode& tree, std::string_view locationPath, const std::string& folder) {
+    auto baseline = baselineSizes(locationPath, folder, ChangeTracker::kMinimumNewSize);
+    if (!baseline) return std::nullopt;
+    ChangeTracker::apply(baseline->first, tree, ChangeTracker::kMinimumNewSize);
+    return baseline->second;
+}
+
+void remember(const FileNode& tree, std::string_view locationPath, Date now, std::optional<Date> baselineDate,
+              const std::string& folder) {
+    constexpr double kBaselineMaxAge = 604800; // seconds: a week
+    save(tree, locationPath, now, folder, false);
+    if (!baselineDate || now.seconds - baselineDate->seconds > kBaselineMaxAge)
+        save(tree, locationPath, now, folder, true);
+}
+
 } // namespace brenvo::ScanCache

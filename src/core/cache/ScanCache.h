@@ -50,5 +50,12 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
                                                                       const std::string& folder,
                                                                       int64_t minimumFileSize);
 
+// What every finished scan of a location goes through, off the main thread or in the command line: the
+// marks of growth since the remembered baseline (answering the baseline's date, if there is one), then
+// the snapshot and, when the baseline is missing or a week old, a new baseline.
+std::optional<Date> markChanges(FileNode& tree, std::string_view locationPath, const std::string& folder);
+void remember(const FileNode& tree, std::string_view locationPath, Date now, std::optional<Date> baselineDate,
+              const std::string& folder);
+
 } // namespace ScanCache
 } // namespace brenvo

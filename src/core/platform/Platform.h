@@ -52,9 +52,14 @@ std::optional<Date> lastOpened(const std::string& path);
 std::shared_ptr<const AppSystem> appSystem();
 // The same, for `profile`'s application folders.
 std::shared_ptr<const AppSystem> appSystem(const Profile& profile);
+// Whether the program may read every folder: on a Mac only with Full Disk Access, which is probed by
+// opening a file only such a program may open; elsewhere always.
+bool hasFullDiskAccess();
 // Where the program keeps caches it can rebuild (remembered scans) and records it must not lose.
 std::string cacheFolder();
 std::string stateFolder();
+// Where remembered scans are kept, under the cache folder.
+std::string scansFolder();
 
 // The user's other disks: writable, browsable mounts other than "/", in the system's order.
 std::vector<std::string> mountedDisks();

@@ -22,9 +22,11 @@ public:
     static const std::vector<ScanLocation>& starters();
 
     Kind kind() const { return kind_; }
-    // The folder's path under the profile in force; a custom location's own path as given.
-    std::string path() const;
+    // The folder's path under `profile`; a custom location's own path as given.
     std::string path(const Profile& profile) const;
+    // The location under which a path is found: a usual place, the home folder outside its Library, or
+    // the folder holding it.
+    static ScanLocation best(const std::string& path, const Profile& profile);
 
     // The same case, and for a custom location the same path text.
     bool operator==(const ScanLocation& other) const = default;

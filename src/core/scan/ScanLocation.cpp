@@ -1,6 +1,6 @@
-#include "ScanLocation.h"
+#include "scan/ScanLocation.h"
 
-#include "platform/Platform.h"
+#include "util/Paths.h"
 
 namespace brenvo {
 
@@ -8,8 +8,6 @@ const std::vector<ScanLocation>& ScanLocation::starters() {
     static const std::vector<ScanLocation> list = {downloads(), desktop(), documents()};
     return list;
 }
-
-std::string ScanLocation::path() const { return path(platform::profile()); }
 
 std::string ScanLocation::path(const Profile& profile) const {
     switch (kind_) {
@@ -21,6 +19,14 @@ std::string ScanLocation::path(const Profile& profile) const {
     case Kind::iCloudDrive: return profile.iCloudDrivePath;
     }
     return {};
+}
+
+ScanLocation ScanLocation::best(const std::string& path, const Profile& profile) {
+    for (const ScanLocation& place : {downloads(), desktop(), documents(), iCloudDrive()}) {
+        if (isBelow(path, place.path(profile))) return place;
+    }
+    if (isBelow(path, profile.home) && !isInside(path, profile.libraryPath)) return home();
+    return custom(parentPath(path));
 }
 
 } // namespace brenvo
