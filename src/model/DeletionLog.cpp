@@ -223,9 +223,18 @@ void DeletionLog::deleteNow() {
 }
 
 void DeletionLog::perform(Pending plan) {
-    std::vector<Target> verified = plan.verify ? plan.verify(plan.targets) : plan.targets;
+    // An item another program removed meanwhile is simply gone: it is neither unsafe nor a failure.
+    std::set<std::string> gone;
+    std::vector<Target> present;
+    for (const Target& t : plan.targets) {
+        if (platform::isDemo() || exists(t.path))
+            present.push_back(t);
+        else
+            gone.insert(t.path);
+    }
+    std::vector<Target> verified = plan.verify ? plan.verify(present) : present;
     std::vector<std::string> skipped;
-    for (const Target& t : plan.targets)
+    for (const Target& t : present)
         if (std::find(verified.begin(), verified.end(), t) == verified.end())
             skipped.push_back(quotedName(t.name) + ": skipped because it's no longer safe to delete (for example, its "
                                                    "app is open).");
@@ -234,9 +243,11 @@ void DeletionLog::perform(Pending plan) {
     saveUnfinished();
     emit changed();
     QPointer<DeletionLog> self(this);
-    remove(verified, [self, plan = std::move(plan), verified, skipped](const std::set<std::string>& deleted,
-                                                                        const std::vector<std::string>& failures) {
+    remove(verified, [self, plan = std::move(plan), verified, skipped, gone](const std::set<std::string>& removed,
+                                                                              const std::vector<std::string>& failures) {
         if (!self) return;
+        std::set<std::string> deleted = removed;
+        deleted.insert(gone.begin(), gone.end());
         DeletionLog& log = *self;
         std::erase_if(log.inFlight_, [&](const Target& t) {
             return std::find(verified.begin(), verified.end(), t) != verified.end();
@@ -246,7 +257,7 @@ void DeletionLog::perform(Pending plan) {
         std::vector<std::string> messages = failures;
         messages.insert(messages.end(), skipped.begin(), skipped.end());
         if (plan.finish) plan.finish(deleted, messages);
-        Done done{plan.id, static_cast<int>(deleted.size()), 0};
+        Done done{plan.id, static_cast<int>(removed.size()), 0};
         for (const Target& t : verified)
             if (deleted.contains(t.path)) done.size += t.size;
         log.recentlyDone_ = done;
@@ -307,6 +318,10 @@ void DeletionLog::removed(uint64_t id, const RemovalResult& result) {
     const Target& target = run.targets[run.next - 1];
     if (result.ok) {
         record(target);
+        run.deleted.insert(target.path);
+        std::erase(inFlight_, target);
+    } else if (result.error == ENOENT) {
+        // Removed by someone else a moment before: gone all the same, though not by us, so not recorded.
         run.deleted.insert(target.path);
         std::erase(inFlight_, target);
     } else {
