@@ -26,6 +26,12 @@ std::stop_source BackgroundTasks::start(std::function<void(std::stop_token)> wor
     return task->thread.get_stop_source();
 }
 
+bool BackgroundTasks::isIdle() {
+    std::lock_guard lock(mutex_);
+    reap();
+    return tasks_.empty();
+}
+
 void BackgroundTasks::reap() {
     for (auto it = tasks_.begin(); it != tasks_.end();) {
         if ((*it)->finished) {

@@ -20,6 +20,9 @@ public:
     ~BackgroundTasks();
 
     std::stop_source start(std::function<void(std::stop_token)> work);
+    // No task is running: everything started has ended (its results may still be on their way to the
+    // main thread's queue).
+    bool isIdle();
 
 private:
     struct Task {

@@ -167,6 +167,8 @@ public:
     void refreshFullDiskAccess();
     const std::shared_ptr<const AppCatalog>& catalog() const { return catalog_; }
     int revision() const { return revision_; }
+    // Whether work started for the tree (a scan, a measuring, dates) is still running off the main thread.
+    bool hasBackgroundWork() { return !tasks_.isIdle(); }
     // Tells the folder-page screens that node contents changed; every patch of the tree calls it.
     void bumpRevision();
 

@@ -20,6 +20,8 @@ public:
 
     // What the column shows now, for tests: "item", "folder", "multiple", "about", "none".
     QString route() const { return route_; }
+    // Drawn from the model as it is now; false while a redraw is waiting for its turn.
+    bool isUpToDate() const { return !stale_; }
     QSize sizeHint() const override;
 
 protected:

@@ -159,6 +159,13 @@ double TreemapView::angle(quint64 id) const {
     return 0;
 }
 
+bool TreemapView::isWiggling(quint64 id) const {
+    if (!wiggler_) return false;
+    for (const Tile& tile : layout_.tiles)
+        if (tile.node && tile.node->id() == id) return wiggling_.contains(tile.path);
+    return false;
+}
+
 double TreemapView::angleOf(const std::string& path) const {
     if (wiggleTime_ < 0 || !wiggling_.contains(path)) return 0;
     // Each swing takes 0.09 s, eased, and is followed by a rest of 0.09 s.

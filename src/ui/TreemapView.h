@@ -60,6 +60,8 @@ public:
     std::optional<QColor> tint(const FileNode& node) const;
     // How far the tile of `id` is tilted now, in degrees; for tests.
     double angle(quint64 id) const;
+    // Whether the item's tile is wiggling now.
+    bool isWiggling(quint64 id) const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -1,3 +1,4 @@
+#include "ScopedEnv.h"
 #include "TempTree.h"
 #include "json/Json.h"
 #include "util/Date.h"
@@ -174,7 +175,7 @@ TEST(Cli, RememberComparesWithTheBaselineAndSavesWhereTheApplicationLooks) {
     TempTree tree, cache;
     tree.file("old.bin", 1'200'000);
     tree.file("docs/a.txt", 10);
-    setenv("XDG_CACHE_HOME", cache.root().c_str(), 1);
+    test::ScopedEnv cacheHome("XDG_CACHE_HOME", cache.root());
     CliRun first = cli({"scan", "--remember", tree.root()});
     ASSERT_EQ(first.status, 0) << first.err;
     auto record = parseJson(first.out);
@@ -193,7 +194,6 @@ TEST(Cli, RememberComparesWithTheBaselineAndSavesWhereTheApplicationLooks) {
     EXPECT_EQ(childNamed(root, "old.bin")->find("change")->asInt64(), 0);
     EXPECT_EQ(childNamed(root, "old.bin")->find("new"), nullptr);
     EXPECT_EQ(childNamed(*childNamed(root, "docs"), "a.txt")->find("change"), nullptr); // small files: never
-    unsetenv("XDG_CACHE_HOME");
 
     size_t files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(cache.path("brenvo/Scans"))) {
@@ -208,16 +208,16 @@ TEST(Cli, ExplainSpeaksInTheProfileInForce) {
     home.file("Library/Caches/foo/a", 10);
     home.file("Downloads/trip.mov", 100);
     home.file(".Trash/old.txt", 10);
-    const std::string realHome = std::getenv("HOME") ? std::getenv("HOME") : "/";
-    setenv("BRENVO_PROFILE", "mac", 1);
-    setenv("HOME", home.root().c_str(), 1);
-    CliRun library = cli({"explain", home.path("Library/Caches/foo")});
-    CliRun trash = cli({"explain", home.path(".Trash"), "--root", home.root()});
-    setenv("BRENVO_PROFILE", "linux", 1);
-    CliRun video = cli({"explain", home.path("Downloads/trip.mov")});
-    CliRun missing = cli({"explain", home.path("Downloads/none.mov")});
-    unsetenv("BRENVO_PROFILE");
-    setenv("HOME", realHome.c_str(), 1);
+    CliRun library, trash, video, missing;
+    {
+        test::ScopedEnv profile("BRENVO_PROFILE", "mac");
+        test::ScopedEnv homeFolder("HOME", home.root());
+        library = cli({"explain", home.path("Library/Caches/foo")});
+        trash = cli({"explain", home.path(".Trash"), "--root", home.root()});
+        profile.set("linux");
+        video = cli({"explain", home.path("Downloads/trip.mov")});
+        missing = cli({"explain", home.path("Downloads/none.mov")});
+    }
 
     ASSERT_EQ(library.status, 0) << library.err;
     auto e = parseJson(library.out);

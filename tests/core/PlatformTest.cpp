@@ -1,3 +1,4 @@
+#include "ScopedEnv.h"
 #include "../../src/platform/linux/MountTable.h"
 #include "TempTree.h"
 #include "platform/Platform.h"
@@ -75,11 +76,10 @@ TEST(Profile, TheSystemProfileReadsTheUsersFolderNames) {
                 "XDG_DOCUMENTS_DIR=\"/srv/docs\"\n"
                 "XDG_MUSIC_DIR=\"relative/ignored\"\n";
     }
-    const char* old = std::getenv("XDG_CONFIG_HOME");
-    const std::string saved = old ? old : "";
-    setenv("XDG_CONFIG_HOME", config.root().c_str(), 1);
-    Profile p = platform::systemProfile("/home/u");
-    old ? setenv("XDG_CONFIG_HOME", saved.c_str(), 1) : unsetenv("XDG_CONFIG_HOME");
+    const Profile p = [&] {
+        test::ScopedEnv configHome("XDG_CONFIG_HOME", config.root());
+        return platform::systemProfile("/home/u");
+    }();
 
     EXPECT_EQ(p.desktopPath, "/home/u/Bureau");
     EXPECT_EQ(p.downloadsPath, "/home/u/Downloads");

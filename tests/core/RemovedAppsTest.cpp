@@ -1,3 +1,4 @@
+#include "ScopedEnv.h"
 #include "explain/RemovedApps.h"
 #include "platform/Platform.h"
 
@@ -143,9 +144,7 @@ TEST(LinuxAppSystem, FindsInstalledAndRunningApplications) {
     EXPECT_EQ(system->installedLocation("org.example.Other"), std::nullopt);
 
     // Flatpak names the application of each sandbox in the user's runtime folder.
-    const char* previous = std::getenv("XDG_RUNTIME_DIR");
-    const std::string savedRuntime = previous ? previous : "";
-    ::setenv("XDG_RUNTIME_DIR", tree.path("run").c_str(), 1);
+    test::ScopedEnv runtime("XDG_RUNTIME_DIR", tree.path("run"));
     EXPECT_EQ(system->runningName("org.example.Sleeper"), std::nullopt);
 
     pid_t child = ::fork();
@@ -168,10 +167,6 @@ TEST(LinuxAppSystem, FindsInstalledAndRunningApplications) {
     ::waitpid(child, nullptr, 0);
     EXPECT_EQ(system->runningName("org.example.Sleeper"), std::nullopt);
     EXPECT_EQ(system->runningName("org.example.Flat"), std::nullopt);
-    if (previous)
-        ::setenv("XDG_RUNTIME_DIR", savedRuntime.c_str(), 1);
-    else
-        ::unsetenv("XDG_RUNTIME_DIR");
 }
 
 TEST(LinuxAppSystem, AnswersForMacBundlesUnderTheMacProfile) {

@@ -2,6 +2,7 @@
 #include "Preferences.h"
 #include "Driven.h"
 #include "EventLoop.h"
+#include "Scoped.h"
 #include "TempTree.h"
 #include "json/Json.h"
 #include "platform/Platform.h"
@@ -12,7 +13,6 @@
 #include <sys/stat.h>
 
 using namespace brenvo;
-using brenvo::test::settle;
 using brenvo::test::TempTree;
 using brenvo::test::slurp;
 using brenvo::test::waitFor;
@@ -102,7 +102,12 @@ TEST(DeletionLog, UndoDropsThePlanAndASecondDeleteCommitsTheFirst) {
     log.undoPending();
     log.undoPending(); // a late second click finds nothing
     EXPECT_EQ(undone, std::vector<std::string>{"two"});
-    settle(800);
+    EXPECT_FALSE(log.pending());
+    // A later window that has run its course proves the undone one, due earlier, never fired.
+    f.tree.file("three", 10);
+    Outcome third;
+    log.schedule({f.target("three")}, 0.6, nullptr, nullptr, third.callback());
+    ASSERT_TRUE(waitFor([&] { return third.finished; }));
     EXPECT_FALSE(second.finished);
     EXPECT_TRUE(exists(f.tree.path("two")));
     EXPECT_FALSE(exists(log.unfinishedFile()));
@@ -241,7 +246,7 @@ TEST(DeleteFlow, TheTreeShowsTheSpaceFreedAndUndoPutsItBack) {
     model.requestDelete({iso, model.root()}); // the scan root is protected
     ASSERT_EQ(model.pendingDelete().size(), 1u);
     EXPECT_EQ(model.pendingDeleteSkipped(), 1);
-    Preferences::setUndoSeconds(30);
+    test::ScopedUndoSeconds window(30);
     model.confirmDelete();
     EXPECT_TRUE(model.pendingDelete().empty());
     EXPECT_EQ(model.root()->size(), total - isoSize); // freed at once on screen
@@ -251,14 +256,13 @@ TEST(DeleteFlow, TheTreeShowsTheSpaceFreedAndUndoPutsItBack) {
     EXPECT_EQ(model.root()->size(), total);
     EXPECT_NE(model.root()->find(tree.path("big.iso")), nullptr);
 
-    Preferences::setUndoSeconds(0.2);
+    window.set(0.2);
     model.requestDelete({model.root()->find(tree.path("docs"))});
     model.confirmDelete();
     ASSERT_TRUE(waitFor([&] { return model.deletions().phase() == Phase::done; }));
     EXPECT_FALSE(exists(tree.path("docs")));
     EXPECT_EQ(model.root()->find(tree.path("docs")), nullptr);
     EXPECT_FALSE(model.errorMessage());
-    Preferences::setUndoSeconds(8);
 }
 
 TEST(DeleteFlow, ARescanInsideTheWindowStillHidesWhatIsGoing) {
@@ -268,7 +272,7 @@ TEST(DeleteFlow, ARescanInsideTheWindowStillHidesWhatIsGoing) {
     test::Driven d;
     ASSERT_TRUE(d.open(tree.root()));
     StorageModel& model = d.model;
-    Preferences::setUndoSeconds(30);
+    test::ScopedUndoSeconds window(30);
     model.requestDelete({model.root()->find(tree.path("going.bin"))});
     model.confirmDelete();
     model.scan(*model.location());
@@ -280,7 +284,6 @@ TEST(DeleteFlow, ARescanInsideTheWindowStillHidesWhatIsGoing) {
     EXPECT_TRUE(model.isRefreshing());
     ASSERT_TRUE(d.idle());
     EXPECT_NE(model.root()->find(tree.path("going.bin")), nullptr);
-    Preferences::setUndoSeconds(8);
 }
 
 TEST(DeleteFlow, OpeningAnInstallerForAnInstalledAppAsksFirst) {

@@ -1,3 +1,4 @@
+#include "ScopedEnv.h"
 #include "Preferences.h"
 #include "Text.h"
 
@@ -46,9 +47,8 @@ TEST_F(PreferencesTest, UndoWindowIsNeverZeroAndIsFiveInDemonstrationMode) {
     Preferences::setUndoSeconds(15);
     EXPECT_EQ(Preferences::undoSeconds(), 15.0);
     EXPECT_EQ(Preferences::storedUndoSeconds(), 15.0);
-    qputenv("BRENVO_DEMO", "1");
+    test::ScopedEnv demo("BRENVO_DEMO", "1");
     EXPECT_EQ(Preferences::undoSeconds(), 5.0);
-    qunsetenv("BRENVO_DEMO");
 }
 
 TEST_F(PreferencesTest, ExclusionMatchesTheFolderAndItsInsideOnly) {

@@ -1,3 +1,4 @@
+#include "Scoped.h"
 #include "Driven.h"
 #include "EventLoop.h"
 #include "Preferences.h"
@@ -53,7 +54,7 @@ TEST(StorageModel, ASecondLocationOvertakesTheFirstCompletely) {
     EXPECT_TRUE(model.isScanning());
     model.scan(ScanLocation::custom(second.root()));
     ASSERT_TRUE(waitFor([&] { return !model.isScanning(); }));
-    settle();
+    ASSERT_TRUE(test::drained(model)); // the first scan's reports have all arrived, and were dropped
 
     ASSERT_NE(model.root(), nullptr);
     EXPECT_EQ(model.root()->path(), second.root());
@@ -151,7 +152,7 @@ TEST(StorageModel, CancellingDropsEverythingStillOnItsWay) {
     EXPECT_FALSE(d.model.isScanning());
     EXPECT_FALSE(d.model.location().has_value());
     trees.clear();
-    settle(800);
+    ASSERT_TRUE(d.drained());
     EXPECT_EQ(d.model.root(), nullptr);
     EXPECT_EQ(trees.count(), 0);
     EXPECT_FALSE(d.model.watcher().isWatching());
@@ -162,7 +163,7 @@ TEST(StorageModel, CancellingDropsEverythingStillOnItsWay) {
     ASSERT_TRUE(d.idle());
     d.model.scan(*d.model.location());
     d.model.cancelScan();
-    settle();
+    ASSERT_TRUE(d.drained());
     EXPECT_NE(d.model.root(), nullptr);
     EXPECT_TRUE(d.model.location().has_value());
 }
@@ -182,14 +183,15 @@ TEST(StorageModel, FailuresAndUnreadableRootsReachTheUser) {
     tree.file("locked/secret", 10);
     tree.chmod("locked", 0);
     const std::string locked = tree.path("locked");
-    std::string outcome = test::runUnprivileged([&] {
+    std::string outcome = [&] {
+        test::ScopedUnprivileged nobody;
         Driven child;
         child.model.setLocation(ScanLocation::custom(locked));
         if (!child.idle() || !child.model.root()) return std::string("no tree");
         return child.model.errorMessage().value_or(QString()).toStdString() + "|" +
                (child.model.root()->couldNotRead() ? "unread" : "read") + "|" +
                (child.model.watcher().isWatching() ? "watching" : "not watching");
-    });
+    }();
     EXPECT_EQ(outcome, "You don't have permission to look inside \u201clocked\u201d.|unread|watching");
 }
 
@@ -218,11 +220,10 @@ TEST(StorageModel, BestLocationAndTheSkippedTable) {
     EXPECT_EQ(StorageModel::bestLocation("/srv/data/file"), ScanLocation::custom("/srv/data"));
     EXPECT_EQ(StorageModel::bestLocation("/top"), ScanLocation::custom("/"));
 
-    Preferences::setExcludedFolders({QStringLiteral("/srv/cache")});
+    test::ScopedExcludedFolders excluded({QStringLiteral("/srv/cache")});
     auto skipped = StorageModel::skippedTable();
     EXPECT_EQ(skipped.size(), 1u); // no Library folder on Linux
     EXPECT_EQ(skipped["/srv/cache"], "You excluded this folder in Settings, so Brenvo doesn't look inside it.");
-    Preferences::setExcludedFolders({});
 }
 
 TEST(StorageModel, TheTreeFollowsTheDiskWhileItIsOnShow) {
@@ -278,7 +279,7 @@ TEST(StorageModel, ChangesDuringAScanAreHeldAndReplayed) {
     // A batch for a root that is no longer on show changes nothing.
     tree.file("other.bin", 5000);
     d.model.applyLiveChanges({tree.path("other.bin")}, "/elsewhere");
-    settle(300);
+    ASSERT_TRUE(d.drained());
     EXPECT_EQ(d.model.root()->find(tree.path("other.bin")), nullptr);
 
     // The watcher names the root when it lost events: nothing short of measuring again will do.

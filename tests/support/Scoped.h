@@ -2,10 +2,7 @@
 
 #include "Preferences.h"
 
-#include <QByteArray>
 #include <QStringList>
-#include <optional>
-#include <utility>
 
 namespace brenvo::test {
 
@@ -29,28 +26,6 @@ public:
 
 private:
     QStringList old_;
-};
-
-// An environment variable set (or unset) for one scope.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, std::optional<QByteArray> value) : name_(name) {
-        if (qEnvironmentVariableIsSet(name)) old_ = qgetenv(name);
-        if (value)
-            qputenv(name, *value);
-        else
-            qunsetenv(name);
-    }
-    ~ScopedEnv() {
-        if (old_)
-            qputenv(name_, *old_);
-        else
-            qunsetenv(name_);
-    }
-
-private:
-    const char* name_;
-    std::optional<QByteArray> old_;
 };
 
 } // namespace brenvo::test

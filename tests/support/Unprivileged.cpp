@@ -1,6 +1,8 @@
 #include "Unprivileged.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
+#include <cstdlib>
 #include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -38,6 +40,29 @@ std::string runUnprivileged(const std::function<std::string()>& work) {
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the unprivileged child failed: " << status;
     return out;
+}
+
+namespace {
+constexpr uid_t kNobody = 65534;
+}
+
+ScopedUnprivileged::ScopedUnprivileged() {
+    if (geteuid() != 0) return;
+    const int count = getgroups(0, nullptr);
+    std::vector<gid_t> groups(static_cast<size_t>(std::max(count, 0)));
+    if (count > 0 && getgroups(count, groups.data()) != count) groups.clear();
+    groups_.assign(groups.begin(), groups.end());
+    if (setgroups(0, nullptr) != 0 || setegid(kNobody) != 0 || seteuid(kNobody) != 0) {
+        ADD_FAILURE() << "couldn't drop root's privileges";
+        return;
+    }
+    dropped_ = true;
+}
+
+ScopedUnprivileged::~ScopedUnprivileged() {
+    if (!dropped_) return;
+    std::vector<gid_t> groups(groups_.begin(), groups_.end());
+    if (seteuid(0) != 0 || setegid(0) != 0 || setgroups(groups.size(), groups.data()) != 0) std::abort();
 }
 
 } // namespace brenvo::test

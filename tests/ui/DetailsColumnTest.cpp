@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 using namespace brenvo;
-using brenvo::test::settle;
 using brenvo::test::waitFor;
 
 namespace {
@@ -27,8 +26,10 @@ struct Column : test::Driven {
         QSet<quint64> ids;
         for (FileNode* n : nodes) ids.insert(n->id());
         model.setSelection(ids);
-        settle();
+        drawn();
     }
+    // The column has drawn every change made so far.
+    void drawn() { ASSERT_TRUE(test::waitFor([this] { return view.isUpToDate(); })); }
     QStringList buttons() const {
         QStringList names;
         for (auto* b : view.widget()->findChildren<QPushButton*>()) names << b->objectName();
@@ -54,7 +55,7 @@ TEST(InspectorView, TheFolderOnShowAndAnItemChosenInIt) {
     tree.file("notes.txt", 100);
     Column c;
     ASSERT_TRUE(c.open(tree.root()));
-    settle();
+    c.drawn();
 
     // The scan root with nothing chosen: its facts, and no button at all, as it has no folder to show it in.
     EXPECT_EQ(c.view.route(), QStringLiteral("folder"));
@@ -66,7 +67,7 @@ TEST(InspectorView, TheFolderOnShowAndAnItemChosenInIt) {
     // A folder below the root, on show: only the way to it in the file manager.
     FileNode* photos = c.model.root()->find(tree.path("photos"));
     c.model.setCurrent(photos);
-    settle();
+    c.drawn();
     EXPECT_EQ(c.buttons(), QStringList{QStringLiteral("reveal")});
 
     // An item chosen: its own facts, its menu and the actions that fit it.
@@ -138,9 +139,9 @@ TEST(InspectorView, OtherPagesExplainThemselves) {
     Column c;
     EXPECT_EQ(c.view.route(), QStringLiteral("about")); // the overview comes first
     c.model.setPage(StorageModel::Page::folder);
-    settle();
+    c.drawn();
     EXPECT_EQ(c.view.route(), QStringLiteral("none"));
     c.model.setPage(StorageModel::Page::recentlyDeleted);
-    settle();
+    c.drawn();
     EXPECT_EQ(c.view.route(), QStringLiteral("about"));
 }

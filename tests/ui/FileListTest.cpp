@@ -1,3 +1,4 @@
+#include "Driven.h"
 #include "EventLoop.h"
 #include "FileActionsMenu.h"
 #include "FileListModel.h"
@@ -5,6 +6,7 @@
 #include "FolderPage.h"
 #include "MainWindow.h"
 #include "StorageModel.h"
+#include "ScopedEnv.h"
 #include "TempTree.h"
 #include "TreemapView.h"
 
@@ -14,19 +16,19 @@
 #include <QImage>
 #include <QScrollBar>
 #include <QTest>
+#include <QThreadPool>
 #include <gtest/gtest.h>
 
 using namespace brenvo;
-using brenvo::test::settle;
 using brenvo::test::waitFor;
 
 namespace {
 
 struct Page {
+    test::ScopedEnv still{"BRENVO_REDUCE_MOTION", "1"}; // screenshots of tiles at rest
     StorageModel model;
     MainWindow window{model};
     explicit Page(QSize size = {1200, 760}) {
-        qputenv("BRENVO_REDUCE_MOTION", "1"); // screenshots of tiles at rest
         window.resize(size);
         window.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&window));
@@ -47,7 +49,10 @@ struct Page {
     }
     void shoot(const char* name) {
         QDir().mkpath(QStringLiteral(BRENVO_SCREENSHOT_DIR));
-        settle(400); // thumbnails and last-opened dates arrive
+        // Thumbnails and last-opened dates arrive first.
+        QThreadPool::globalInstance()->waitForDone();
+        test::drained(model);
+        QCoreApplication::processEvents();
         window.grab().save(QStringLiteral(BRENVO_SCREENSHOT_DIR "/%1.png").arg(QString::fromLatin1(name)));
     }
 };
@@ -79,7 +84,6 @@ TEST(FileList, CellsSayWhatIsKnownAndNothingMore) {
     FileNode* locked = root->find(tree.path("locked"));
     locked->setCouldNotRead(true);
     page.model.forget({tree.path("locked/inside")}); // also redraws the rows
-    settle(100);
 
     EXPECT_EQ(page.cell(page.rowNamed(QStringLiteral("nudged.bin")), FileListModel::Change), QString()); // under 1 MB
     const int shrank = page.rowNamed(QStringLiteral("shrank.bin"));
@@ -144,7 +148,6 @@ TEST(FileList, FoundItemsShowTheirFolderAndSelectionComesIntoView) {
     Page page;
     ASSERT_TRUE(page.open(tree.root()));
     page.model.setSearchText("photo");
-    settle(100);
     ASSERT_EQ(page.rows()->rowCount(), 121);
     const int top = page.rowNamed(QStringLiteral("photo top.jpg"));
     EXPECT_FALSE(page.rows()->index(top, 0).data(FileListModel::RelativeFolderRole).isValid());
@@ -156,15 +159,14 @@ TEST(FileList, FoundItemsShowTheirFolderAndSelectionComesIntoView) {
     page.model.setListOrder({StorageModel::ListColumn::size, false});
     FileNode* smallest = page.model.root()->find(tree.path("photo top.jpg"));
     page.model.setSelection({smallest->id()});
-    settle(100);
-    const QRect shown = page.list()->visualRect(page.rows()->index(page.rowNamed(QStringLiteral("photo top.jpg")), 0));
-    EXPECT_TRUE(page.list()->viewport()->rect().intersects(shown));
-    EXPECT_GT(page.list()->verticalScrollBar()->value(), 0);
+    EXPECT_TRUE(waitFor([&] {
+        const QRect shown = page.list()->visualRect(page.rows()->index(page.rowNamed(QStringLiteral("photo top.jpg")), 0));
+        return page.list()->viewport()->rect().intersects(shown) && page.list()->verticalScrollBar()->value() > 0;
+    }));
 
     // Another search starts at the top.
     page.model.setSearchText("photo 1");
-    settle(100);
-    EXPECT_EQ(page.list()->verticalScrollBar()->value(), 0);
+    EXPECT_TRUE(waitFor([&] { return page.list()->verticalScrollBar()->value() == 0; }));
     page.shoot("folder-search");
 }
 
@@ -214,7 +216,7 @@ TEST(FileList, AFreshScanKeepsThePlaceAndStaleActionsFindTheNewTree) {
     FileNode* before = page.model.root();
     page.window.scanAgainAction()->trigger();
     ASSERT_TRUE(waitFor([&] { return !page.model.isRefreshing() && page.model.root() != before; }));
-    settle(100);
+    page.list()->doItemsLayout();
     EXPECT_EQ(page.list()->verticalScrollBar()->value(), scrolled);
 
     // The action offered before the scan acts on the folder of the tree on show now.

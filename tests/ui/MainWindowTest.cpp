@@ -12,6 +12,8 @@
 #include "ScanningView.h"
 #include "Sidebar.h"
 #include "StorageModel.h"
+#include "Driven.h"
+#include "Scoped.h"
 #include "TempTree.h"
 #include "WelcomeView.h"
 #include "platform/Platform.h"
@@ -27,6 +29,7 @@
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QTableView>
+#include <QFile>
 #include <QTest>
 #include <QToolButton>
 #include <QTreeWidget>
@@ -38,12 +41,20 @@
 #include <sys/wait.h>
 
 using namespace brenvo;
-using brenvo::test::settle;
 using brenvo::test::waitFor;
 
 extern char** environ;
 
 namespace {
+
+// Whether a running process has a handler for `signal` (its SigCgt mask in /proc).
+bool catchesSignal(pid_t pid, int signal) {
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly)) return false;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("SigCgt:")) return (line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1)) & 1;
+    return false;
+}
 
 void saveScreenshot(QWidget& widget, const char* name) {
     QDir().mkpath(QStringLiteral(BRENVO_SCREENSHOT_DIR));
@@ -126,7 +137,7 @@ TEST(Shell, CancelReturnsToIdle) {
     EXPECT_EQ(shell.page()->currentWidget(), shell.page()->scanningView());
     ASSERT_NE(shell.window.sidebar()->row(QString::fromStdString(std::string(lastPathComponent(tree.root())))), nullptr);
     shell.page()->scanningView()->cancelButton()->click();
-    settle();
+    ASSERT_TRUE(test::drained(shell.model)); // whatever the cancelled scan still sends is dropped
     EXPECT_FALSE(shell.model.isScanning());
     EXPECT_FALSE(shell.model.location().has_value());
     EXPECT_EQ(shell.model.root(), nullptr);
@@ -143,8 +154,7 @@ TEST(Shell, AFailedScanIsReportedInAnAlert) {
     EXPECT_TRUE(shell.window.errorAlert()->text().contains(QStringLiteral("No such file or directory")));
     saveScreenshot(*shell.window.errorAlert(), "error-alert");
     shell.window.errorAlert()->button(QMessageBox::Ok)->click();
-    settle(100);
-    EXPECT_FALSE(shell.model.errorMessage().has_value());
+    EXPECT_TRUE(waitFor([&] { return !shell.model.errorMessage().has_value(); }));
 }
 
 TEST(Shell, SigtermQuitsThroughTheOrderlyPath) {
@@ -155,7 +165,8 @@ TEST(Shell, SigtermQuitsThroughTheOrderlyPath) {
     char* argv[] = {program.data(), folder.data(), nullptr};
     pid_t pid;
     ASSERT_EQ(posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ), 0);
-    settle(1500); // up and scanning
+    // Up, and its SIGTERM handler in place: the kernel lists the signal as caught.
+    ASSERT_TRUE(waitFor([&] { return catchesSignal(pid, SIGTERM); }, 60000));
     ASSERT_EQ(kill(pid, SIGTERM), 0);
     int status = 0;
     ASSERT_EQ(waitpid(pid, &status, 0), pid);
@@ -219,7 +230,7 @@ TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
     test::TempTree tree;
     tree.file("old-installer.iso", 300000);
     tree.file("notes.txt", 10);
-    Preferences::setUndoSeconds(30);
+    test::ScopedUndoSeconds window(30);
     Shell shell;
     shell.model.explore(tree.root());
     ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
@@ -235,9 +246,8 @@ TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
     saveScreenshot(*confirm, "delete-confirmation");
     for (QAbstractButton* b : confirm->buttons())
         if (b->text() == QStringLiteral("Delete")) b->click();
-    settle(100);
     UndoBanner* banner = shell.window.undoBanner();
-    ASSERT_TRUE(banner->isVisible());
+    ASSERT_TRUE(waitFor([&] { return banner->isVisible(); }));
     EXPECT_TRUE(banner->title().startsWith(QStringLiteral("\u201cold-installer.iso\u201d deleted \u00b7 ")));
     EXPECT_TRUE(banner->announcement().endsWith(QStringLiteral("Undo is available for 30 seconds, press Control Z.")));
     EXPECT_EQ(list->model()->rowCount(), 1);
@@ -248,7 +258,7 @@ TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
     EXPECT_FALSE(banner->isVisible());
 
     // Again, and this time the window runs out.
-    Preferences::setUndoSeconds(0.2);
+    window.set(0.2);
     list->selectRow(0);
     QTest::keyClick(list, Qt::Key_Delete);
     for (QAbstractButton* b : shell.window.deleteConfirmation()->buttons())
@@ -262,7 +272,6 @@ TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
     saveScreenshot(shell.window, "recently-deleted");
     page->clearButton()->click();
     EXPECT_TRUE(shell.model.deletions().items().empty());
-    Preferences::setUndoSeconds(8);
 }
 
 TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {

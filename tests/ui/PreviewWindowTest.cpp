@@ -119,7 +119,7 @@ TEST(PreviewWindow, ShowsAPictureATextOrTheFactsAndNeverFollowsALink) {
     EXPECT_TRUE(window.textView()->isReadOnly());
     const QFontMetrics glyphs(window.textView()->font());
     EXPECT_EQ(glyphs.horizontalAdvance(QLatin1Char('i')), glyphs.horizontalAdvance(QLatin1Char('M')));
-    test::settle(100); // scroll bars are set on the event loop
+    QCoreApplication::sendPostedEvents(); // the scroll bars are set through posted layout requests
     saveScreenshot(window, "preview-text");
 
     // Only the beginning of a long text.
@@ -155,11 +155,12 @@ TEST(PreviewWindow, AFileThatCantBeReadSaysSo) {
     writeBytes(tree.path("secret.txt"), "not for everyone\n");
     tree.chmod("secret.txt", 0);
     Previewing p(tree.root());
-    const std::string outcome = test::runUnprivileged([&] {
+    const std::string outcome = [&] {
+        test::ScopedUnprivileged nobody;
         p.look({tree.path("secret.txt")});
         return p.window->message().toStdString() + "|" + p.window->name().toStdString() + "|" +
                p.window->fact(QStringLiteral("Kind")).toStdString();
-    });
+    }();
     EXPECT_EQ(outcome, "Brenvo can't read this file.|secret.txt|" + kindOf("text/plain").toStdString());
 }
 

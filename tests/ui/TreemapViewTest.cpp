@@ -3,6 +3,7 @@
 #include "FolderPage.h"
 #include "MainWindow.h"
 #include "StorageModel.h"
+#include "ScopedEnv.h"
 #include "TempTree.h"
 #include "TreeBuilder.h"
 #include "TreemapView.h"
@@ -85,29 +86,25 @@ TEST(TreemapView, AChosenTileWigglesUnlessTheDesktopAsksForCalm) {
     FileNode* big = model.root()->find(tree.path("big.bin"));
     FileNode* small = model.root()->find(tree.path("small.bin"));
 
-    qputenv("BRENVO_REDUCE_MOTION", "0");
+    test::ScopedEnv motion("BRENVO_REDUCE_MOTION", "0");
     model.setSelection({big->id()});
-    bool swung = false;
-    waitFor([&] { return (swung = swung || map.angle(big->id()) != 0) && map.angle(big->id()) == 0; }, 3000);
-    EXPECT_TRUE(swung);
+    ASSERT_TRUE(map.isWiggling(big->id()));
+    ASSERT_TRUE(waitFor([&] { return !map.isWiggling(big->id()); }));
     EXPECT_EQ(map.angle(big->id()), 0); // it comes to rest straight
 
     // A fresh scan brings the same item under a new id: no new choice, no new wiggle.
     model.scan(*model.location());
     ASSERT_TRUE(driven.idle());
+    ASSERT_TRUE(driven.drained());
     big = model.root()->find(tree.path("big.bin"));
     small = model.root()->find(tree.path("small.bin"));
-    for (int i = 0; i < 10; ++i) {
-        QTest::qWait(30);
-        EXPECT_EQ(map.angle(big->id()), 0);
-    }
+    EXPECT_FALSE(map.isWiggling(big->id()));
+    EXPECT_EQ(map.angle(big->id()), 0);
 
-    qputenv("BRENVO_REDUCE_MOTION", "1");
+    motion.set("1");
     model.setSelection({small->id()});
-    for (int i = 0; i < 10; ++i) {
-        QTest::qWait(30);
-        EXPECT_EQ(map.angle(small->id()), 0);
-    }
+    EXPECT_FALSE(map.isWiggling(small->id()));
+    EXPECT_EQ(map.angle(small->id()), 0);
     // A grey icon gives no colour: a plain file keeps its category's colour.
     EXPECT_FALSE(map.tint(*small));
 }
