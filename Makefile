@@ -15,7 +15,7 @@ PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libqt6svg6
             findutils coreutils dbus-daemon
 PEERS := gdu ncdu time
 
-.PHONY: setup build run test bench fuzz clean
+.PHONY: setup build run test bench fuzz stress clean
 
 setup:
 	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
@@ -63,6 +63,19 @@ fuzz: setup
 	cmake --build build/fuzz -j $(JOBS) --target snapshot_fuzz
 	mkdir -p build/fuzz/corpus && cp -n tests/fuzz/seeds/* build/fuzz/corpus/
 	build/fuzz/tests/fuzz/snapshot_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=65536 build/fuzz/corpus
+
+# The whole suite STRESS_RUNS times in a row while `stress` keeps both cores busy: a test that leans on
+# timing fails here first. Prints how many runs failed, and fails if any did.
+STRESS_RUNS ?= 20
+stress: test
+	@command -v stress >/dev/null || { if [ "$$(id -u)" = 0 ]; then SUDO=; else SUDO=sudo; fi; \
+	  $$SUDO apt-get install -y -qq --no-install-recommends stress; }
+	@stress --cpu $(JOBS) --quiet & load=$$!; trap 'kill $$load 2>/dev/null' EXIT; failed=0; \
+	for run in $$(seq $(STRESS_RUNS)); do \
+	  if (cd $(CHECKED) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 QT_QPA_PLATFORM=offscreen \
+	      ctest -j $(JOBS) --output-on-failure > ../stress-$$run.log 2>&1); then echo "run $$run: passed"; \
+	  else failed=$$((failed + 1)); echo "run $$run: FAILED (build/stress-$$run.log)"; fi; \
+	done; echo "$$failed of $(STRESS_RUNS) runs failed"; [ $$failed = 0 ]
 
 clean:
 	rm -rf build
