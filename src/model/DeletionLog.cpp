@@ -11,6 +11,7 @@
 #include "tree/FileNode.h"
 #include "util/AtomicFile.h"
 #include "util/FileURL.h"
+#include "util/Files.h"
 
 #include <QTimer>
 #include <cerrno>
@@ -30,12 +31,6 @@ namespace {
 
 QPointer<DeletionLog> activeLog;
 
-bool exists(const std::string& path) {
-    struct stat st;
-    return ::lstat(path.c_str(), &st) == 0;
-}
-
-std::string quotedName(const std::string& name) { return "\u201c" + name + "\u201d"; }
 
 std::string uuidText(const QUuid& id) { return id.toString(QUuid::WithoutBraces).toUpper().toStdString(); }
 
@@ -121,7 +116,7 @@ auto readRecord(const std::string& path, Decode decode) {
     auto json = readJson(path);
     auto decoded = decode(json);
     const bool emptyOnPurpose = json && json->isArray() && json->asArray().empty();
-    if (decoded.empty() && !emptyOnPurpose && exists(path))
+    if (decoded.empty() && !emptyOnPurpose && itemExists(path))
         std::rename(path.c_str(), (path + ".damaged").c_str());
     return decoded;
 }
@@ -144,7 +139,7 @@ DeletionLog::DeletionLog(std::string file, QObject* parent) : QObject(parent), f
     }
     items_ = readRecord(file_, decodeItems);
     for (auto& target : readRecord(unfinishedFile(), decodeTargets))
-        if (exists(target.path)) unfinished_.push_back(std::move(target));
+        if (itemExists(target.path)) unfinished_.push_back(std::move(target));
     activeLog = this;
     saveUnfinished();
 }
@@ -227,7 +222,7 @@ void DeletionLog::perform(Pending plan) {
     std::set<std::string> gone;
     std::vector<Target> present;
     for (const Target& t : plan.targets) {
-        if (platform::isDemo() || exists(t.path))
+        if (platform::isDemo() || itemExists(t.path))
             present.push_back(t);
         else
             gone.insert(t.path);
@@ -236,7 +231,7 @@ void DeletionLog::perform(Pending plan) {
     std::vector<std::string> skipped;
     for (const Target& t : present)
         if (std::find(verified.begin(), verified.end(), t) == verified.end())
-            skipped.push_back(quotedName(t.name) + ": skipped because it's no longer safe to delete (for example, its "
+            skipped.push_back(format::quoted(t.name) + ": skipped because it's no longer safe to delete (for example, its "
                                                    "app is open).");
     ++deletingCount_;
     inFlight_.insert(inFlight_.end(), verified.begin(), verified.end());
@@ -327,7 +322,7 @@ void DeletionLog::removed(uint64_t id, const RemovalResult& result) {
     } else {
         // Another disk inside, or an item swapped meanwhile: the removal's words already name it.
         const bool named = result.error == EXDEV || result.error == EAGAIN;
-        run.failures.push_back(named ? result.message : quotedName(target.name) + ": " + result.message);
+        run.failures.push_back(named ? result.message : format::quoted(target.name) + ": " + result.message);
     }
     removeNext(id);
 }
@@ -341,7 +336,7 @@ void DeletionLog::record(const Target& target) {
 void DeletionLog::finishUnfinished(Finish done) {
     std::vector<Target> existing;
     for (const Target& t : unfinished_)
-        if (exists(t.path)) existing.push_back(t);
+        if (itemExists(t.path)) existing.push_back(t);
     // An application that is open is left alone.
     std::vector<Target> toDelete, running;
     auto apps = platform::appSystem();
@@ -368,7 +363,7 @@ void DeletionLog::finishUnfinished(Finish done) {
         self->saveUnfinished();
         std::vector<std::string> messages = failures;
         for (const Target& t : running)
-            messages.push_back(quotedName(t.name) + ": skipped because it's open. Quit it and delete it again.");
+            messages.push_back(format::quoted(t.name) + ": skipped because it's open. Quit it and delete it again.");
         if (done) done(deleted, messages);
     });
 }
@@ -387,7 +382,7 @@ void DeletionLog::commitBeforeQuitting() {
     for (const auto& item : items_) known.insert(item.originalPath);
     for (const Target& t : inFlight_) {
         if (!platform::isDemo()) removeItem(t.path, t.identity);
-        if (exists(t.path) || known.contains(t.path)) continue;
+        if (itemExists(t.path) || known.contains(t.path)) continue;
         record(t);
         known.insert(t.path);
     }

@@ -12,6 +12,7 @@
 #include "scan/DiskScanner.h"
 #include "tree/FileNode.h"
 #include "util/Date.h"
+#include "util/Files.h"
 #include "util/Paths.h"
 
 #include <QCoreApplication>
@@ -39,14 +40,8 @@ namespace {
 
 using Target = DeletionLog::Target;
 
-std::string quoted(std::string_view name) { return "\u201c" + std::string(name) + "\u201d"; }
 
 void say(const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); }
-
-bool exists(const std::string& path) {
-    struct stat st;
-    return ::lstat(path.c_str(), &st) == 0;
-}
 
 std::string replaced(std::string text, std::string_view key, const std::string& value) {
     if (auto at = text.find(key); at != std::string::npos) text.replace(at, key.size(), value);
@@ -135,7 +130,7 @@ int deleteCommand(const std::vector<std::string>& args) {
             window = parseSeconds(args[++i]);
             if (!window)
                 return usageError("--undo-seconds takes a number of seconds above 0, at most 86400, not " +
-                                  quoted(args[i]));
+                                  format::quoted(args[i]));
         } else if (arg == "--") {
             paths.insert(paths.end(), args.begin() + static_cast<long>(i) + 1, args.end());
             break;
@@ -160,7 +155,7 @@ int deleteCommand(const std::vector<std::string>& args) {
     for (const std::string& given : paths) {
         struct stat st;
         if (::lstat(given.c_str(), &st) != 0) {
-            std::fprintf(stderr, "brenvo-cli: %s: %s\n", quoted(given).c_str(), std::strerror(errno));
+            std::fprintf(stderr, "brenvo-cli: %s: %s\n", format::quoted(given).c_str(), std::strerror(errno));
             leftOut = true;
             continue;
         }
@@ -185,7 +180,7 @@ int deleteCommand(const std::vector<std::string>& args) {
             continue;
         const std::string name(lastPathComponent(c.path));
         if (c.blocked) {
-            say(quoted(name) + " is left where it is: " + *c.blocked);
+            say(format::quoted(name) + " is left where it is: " + *c.blocked);
             leftOut = true;
             continue;
         }
@@ -196,7 +191,7 @@ int deleteCommand(const std::vector<std::string>& args) {
                 target.size = node->size();
                 target.isDirectory = node->kind() != FileNode::Kind::file;
             } catch (const std::exception& error) {
-                std::fprintf(stderr, "brenvo-cli: can't measure %s: %s\n", quoted(c.given).c_str(), error.what());
+                std::fprintf(stderr, "brenvo-cli: can't measure %s: %s\n", format::quoted(c.given).c_str(), error.what());
                 leftOut = true;
                 continue;
             }
@@ -212,7 +207,7 @@ int deleteCommand(const std::vector<std::string>& args) {
         int64_t total = 0;
         for (const Target& t : targets) total += t.size;
         const auto count = static_cast<int64_t>(targets.size());
-        say(count == 1 ? "Delete " + quoted(targets[0].name) + " permanently?"
+        say(count == 1 ? "Delete " + format::quoted(targets[0].name) + " permanently?"
                        : "Delete " + format::count(count) + " items permanently?");
         say(promise(total, window));
         if (!confirmed()) {
@@ -235,10 +230,10 @@ int deleteCommand(const std::vector<std::string>& args) {
         std::set<std::string> deleted;
         std::vector<std::string> failures;
         for (const Target& t : targets) {
-            if (!exists(t.path))
+            if (!itemExists(t.path))
                 deleted.insert(t.path);
             else
-                failures.push_back(quoted(t.name) + ": couldn't be deleted, so it's still there.");
+                failures.push_back(format::quoted(t.name) + ": couldn't be deleted, so it's still there.");
         }
         end(report(targets, deleted, failures, leftOut));
     };
@@ -305,7 +300,7 @@ int finishDeletingCommand(const std::vector<std::string>& args) {
     std::vector<std::string> names;
     int64_t total = 0;
     for (const Target& t : targets) {
-        names.push_back(quoted(t.name));
+        names.push_back(format::quoted(t.name));
         total += t.size;
     }
     std::string question = platform::profile().say(

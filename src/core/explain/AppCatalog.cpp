@@ -2,6 +2,7 @@
 
 #include "plist/PlistValue.h"
 #include "tree/FileNode.h"
+#include "util/Files.h"
 #include "util/Utf8.h"
 
 #include <algorithm>
@@ -22,21 +23,6 @@ namespace {
 constexpr std::size_t kMaxFileBytes = 4 << 20;
 // Subfolders of an applications folder looked into; deeper ones would only be loops or accidents.
 constexpr int kMaxDesktopDepth = 4;
-
-// Names in `folder` in byte order, so discovery order doesn't depend on the file system; nothing when it
-// can't be listed.
-std::vector<std::string> listFolder(const std::string& folder) {
-    std::vector<std::string> names;
-    DIR* dir = ::opendir(folder.c_str());
-    if (!dir) return names;
-    while (const dirent* entry = ::readdir(dir)) {
-        std::string_view name = entry->d_name;
-        if (name != "." && name != "..") names.emplace_back(name);
-    }
-    ::closedir(dir);
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 // A regular file's bytes; never blocks on a pipe or device that merely has the right name.
 std::optional<std::string> readSmallFile(const std::string& path) {
@@ -246,7 +232,7 @@ std::optional<std::string> locateDesktopFile(const std::string& dir, std::string
 template <typename Visit>
 void walkDesktopFiles(const std::string& dir, const std::string& prefix, int depth, std::set<std::string>& seen,
                       const Visit& visit) {
-    for (const auto& name : listFolder(dir)) {
+    for (const auto& name : folderNames(dir)) {
         std::string path = joinPath(dir, name);
         if (isDirectory(path, true)) {
             if (depth < kMaxDesktopDepth) walkDesktopFiles(path, prefix + name + "-", depth + 1, seen, visit);
@@ -446,13 +432,13 @@ std::vector<InstalledApp> AppCatalog::loadBundles(const std::vector<std::string>
         apps.push_back(readBundle(path));
     };
     for (const auto& folder : folders) {
-        for (const auto& name : listFolder(folder)) {
+        for (const auto& name : folderNames(folder)) {
             std::string child = joinPath(folder, name);
             if (extension(name) == "app") {
                 add(child);
             } else if (isDirectory(child, false)) {
                 // A vendor's folder; anything deeper isn't looked at.
-                for (const auto& inner : listFolder(child)) add(joinPath(child, inner));
+                for (const auto& inner : folderNames(child)) add(joinPath(child, inner));
             }
         }
     }

@@ -58,7 +58,6 @@ public:
     std::optional<std::string> runningName(const std::string&) const override { return std::nullopt; }
 };
 
-std::string quoted(std::string_view name) { return "\u201c" + std::string(name) + "\u201d"; }
 
 std::string standardFolderSummary(std::string_view name, const Profile& profile) {
     static const std::map<std::string, std::string, std::less<>> texts = {
@@ -312,7 +311,7 @@ std::string largestNote(const FileNode& node) {
         }
     if (!biggest || node.size() < 1) return {};
     if (static_cast<double>(biggest->size()) / static_cast<double>(node.size()) < 0.25) return {};
-    return " The biggest item is " + quoted(biggest->name()) + " at " + format::bytes(biggest->size()) + ".";
+    return " The biggest item is " + format::quoted(biggest->name()) + " at " + format::bytes(biggest->size()) + ".";
 }
 
 int wholeYears(Date then, Date now) {

@@ -2,6 +2,7 @@
 
 #include "explain/AppCatalog.h"
 #include "tree/FileNode.h"
+#include "util/Files.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -12,11 +13,6 @@ namespace brenvo::RemovedApps {
 
 namespace {
 
-bool exists(const std::string& path) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0;
-}
-
 // A directory with the executable bit is no command.
 bool isExecutableFile(const std::string& path) {
     struct stat info {};
@@ -26,7 +22,7 @@ bool isExecutableFile(const std::string& path) {
 // The system's answer can be stale: the application may have been deleted or moved to the Trash.
 std::optional<std::string> installedAt(const std::string& identifier, const AppSystem& system) {
     auto location = system.installedLocation(identifier);
-    if (location && exists(*location) && location->find("/.Trash/") == std::string::npos) return location;
+    if (location && targetExists(*location) && location->find("/.Trash/") == std::string::npos) return location;
     return std::nullopt;
 }
 
@@ -60,16 +56,7 @@ std::vector<std::string> commandFolders(const std::string& home) {
         folders.push_back(joinPath(home, relative));
     // Each Node version nvm installed keeps its own global commands.
     std::string nvm = joinPath(home, ".nvm/versions/node");
-    std::vector<std::string> versions;
-    if (DIR* dir = ::opendir(nvm.c_str())) {
-        while (const dirent* entry = ::readdir(dir)) {
-            std::string_view name = entry->d_name;
-            if (name != "." && name != "..") versions.emplace_back(name);
-        }
-        ::closedir(dir);
-    }
-    std::sort(versions.begin(), versions.end());
-    for (const auto& version : versions) folders.push_back(joinPath(joinPath(nvm, version), "bin"));
+    for (const auto& version : folderNames(nvm)) folders.push_back(joinPath(joinPath(nvm, version), "bin"));
     return folders;
 }
 

@@ -100,6 +100,8 @@ std::string bytes(int64_t size) {
     return (negative ? "-" : "") + number + " " + unit;
 }
 
+std::string quoted(std::string_view name) { return "\u201c" + std::string(name) + "\u201d"; }
+
 std::string count(int64_t n) {
     UErrorCode status = U_ZERO_ERROR;
     auto formatted = formatters().byDigits[0]->formatInt(n, status);

@@ -17,6 +17,8 @@ std::string count(int64_t n);
 // How long ago (or ahead) `when` is from `now`, in the largest whole unit, named where the language has a
 // name for it: "now", "5 minutes ago", "yesterday", "in 2 hours", "last year".
 std::string relativeDate(Date when, Date now);
+// A name as messages quote it: between curly quotes, “like this”.
+std::string quoted(std::string_view name);
 // Items joined the way the locale lists them: "a, b, and c".
 std::string list(const std::vector<std::string>& items);
 // A day in the locale's abbreviated style, without the time: "Nov 21, 2026".

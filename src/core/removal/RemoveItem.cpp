@@ -3,6 +3,7 @@
 // names of any bytes work.
 #include "removal/RemoveItem.h"
 
+#include "format/Formatters.h"
 #include "scan/FileSystem.h"
 
 #include <cerrno>
@@ -63,7 +64,6 @@ RemovalResult failure(int error) { return {false, error, std::strerror(error)}; 
 
 RemovalResult failure(int error, std::string message) { return {false, error, std::move(message)}; }
 
-std::string quoted(std::string_view text) { return "\u201c" + std::string(text) + "\u201d"; }
 
 // One folder being walked: its own listing and how far through it the walk is.
 struct Level {
@@ -119,12 +119,12 @@ private:
 
     RemovalResult anotherDisk(const char* name) const {
         const char* outcome = mode_ == Mode::Check ? "it was left in place." : "removal stopped there.";
-        const std::string where = quoted(relativePath(name));
-        return failure(EXDEV, quoted(name_) + " holds another disk at " + where + "; " + outcome);
+        const std::string where = format::quoted(relativePath(name));
+        return failure(EXDEV, format::quoted(name_) + " holds another disk at " + where + "; " + outcome);
     }
 
     RemovalResult changed() const {
-        return failure(EAGAIN, quoted(name_) + " changed while it was being removed; removal stopped there.");
+        return failure(EAGAIN, format::quoted(name_) + " changed while it was being removed; removal stopped there.");
     }
 
     std::optional<RemovalResult> check(unsigned char type, const char* name) {
@@ -217,7 +217,7 @@ private:
 };
 
 RemovalResult changedBefore(const std::string& name) {
-    return failure(EAGAIN, quoted(name) + " changed before it could be removed; it was left in place.");
+    return failure(EAGAIN, format::quoted(name) + " changed before it could be removed; it was left in place.");
 }
 
 // The folder holding the item, reached one component at a time without following any link: the paths
@@ -278,7 +278,7 @@ RemovalResult removeItem(const std::string& path, const std::optional<ItemIdenti
     Identity parentIdentity;
     if (int e = identifyOpen(parent.get(), parentIdentity)) return failure(e);
     if (!item.sameMount(parentIdentity))
-        return failure(EXDEV, quoted(name) + " is another disk; it was left in place.");
+        return failure(EXDEV, format::quoted(name) + " is another disk; it was left in place.");
 
     fs::Descriptor target;
     if (int e = fs::openDirectoryAt(parent.get(), name.c_str(), target)) {

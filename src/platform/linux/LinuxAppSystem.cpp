@@ -4,6 +4,7 @@
 #include "explain/AppCatalog.h"
 #include "platform/Platform.h"
 #include "tree/FileNode.h"
+#include "util/Files.h"
 
 #include <algorithm>
 #include <charconv>
@@ -37,18 +38,6 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit =
     ::close(fd);
     if (out.size() > limit) out.resize(limit);
     return out;
-}
-
-std::vector<std::string> listFolder(const std::string& folder) {
-    std::vector<std::string> names;
-    if (DIR* dir = ::opendir(folder.c_str())) {
-        while (const dirent* entry = ::readdir(dir)) {
-            std::string_view name = entry->d_name;
-            if (name != "." && name != "..") names.emplace_back(name);
-        }
-        ::closedir(dir);
-    }
-    return names;
 }
 
 std::string basename(std::string_view path) { return std::string(lastPathComponent(path)); }
@@ -101,7 +90,7 @@ std::optional<uid_t> processUser(const std::string& processFolder) {
 // Whether a process of this user runs one of `names`, by its executable or its first argument.
 bool processRunning(const std::set<std::string>& names) {
     const uid_t me = ::getuid();
-    for (const auto& pid : listFolder("/proc")) {
+    for (const auto& pid : folderNames("/proc")) {
         if (pid.empty() || !std::all_of(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; })) continue;
         std::string folder = "/proc/" + pid;
         if (processUser(folder) != me) continue;
@@ -159,17 +148,12 @@ bool instanceAlive(const std::string& instanceFolder) {
 
 bool flatpakRunning(const std::set<std::string>& appIDs) {
     std::string instances = runtimeFolder() + "/.flatpak";
-    for (const auto& instance : listFolder(instances)) {
+    for (const auto& instance : folderNames(instances)) {
         std::string folder = joinPath(instances, instance);
         auto info = readFile(folder + "/info");
         if (info && appIDs.contains(instanceApplication(*info)) && instanceAlive(folder)) return true;
     }
     return false;
-}
-
-bool exists(const std::string& path) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0;
 }
 
 class ProfileAppSystem final : public AppSystem {
@@ -179,7 +163,7 @@ public:
     std::optional<std::string> installedLocation(const std::string& identifier) const override {
         if (mac_) {
             for (const auto& app : AppCatalog::loadBundles(folders_)) {
-                if (app.bundleID == identifier && app.path.find("/.Trash/") == std::string::npos && exists(app.path))
+                if (app.bundleID == identifier && app.path.find("/.Trash/") == std::string::npos && targetExists(app.path))
                     return app.path;
             }
             return std::nullopt;
