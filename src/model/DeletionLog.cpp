@@ -320,9 +320,8 @@ void DeletionLog::removed(uint64_t id, const RemovalResult& result) {
         run.deleted.insert(target.path);
         std::erase(inFlight_, target);
     } else {
-        // Another disk inside, or an item swapped meanwhile: the removal's words already name it.
-        const bool named = result.error == EXDEV || result.error == EAGAIN;
-        run.failures.push_back(named ? result.message : format::quoted(target.name) + ": " + result.message);
+        // Another disk inside, an item swapped meanwhile, a guarded place: the removal's words name it.
+        run.failures.push_back(result.namesItem ? result.message : format::quoted(target.name) + ": " + result.message);
     }
     removeNext(id);
 }

@@ -1,5 +1,6 @@
 #include "TempTree.h"
 #include "explain/Explainer.h"
+#include "explain/SystemPlaces.h"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -147,6 +148,41 @@ TEST(Explainer, StandardFoldersAndScanRoots) {
     EXPECT_TRUE(videos.summary.starts_with("Your Videos folder.")) << videos.summary;
     EXPECT_EQ(videos.safetyNote, "This is one of your computer's standard folders. Look inside it rather than removing "
                                  "the folder.");
+}
+
+TEST(Explainer, TheSystemsOwnPlacesAndOtherAccountsAreProtected) {
+    Mac mac;
+    Profile linux = Profile::linux("/home/u");
+    ExplainContext context = mac.context;
+    context.profile = &linux;
+    auto explainAt = [&](const std::string& path, Kind kind = Kind::folder) {
+        Tree tree("/");
+        return Explainer::explain(*tree.add(path.substr(1), 10, kind), tree.root.get(), context);
+    };
+    for (const char* path : {"/usr", "/etc", "/home", "/usr/lib", "/var/lib", "/boot", "/opt", "/lib64/ld.so",
+                             "/libx32", "/srv/www", "/root", "/snap/core/1", "/data", "/tmp", "/var/log/syslog"}) {
+        const Explanation e = explainAt(path);
+        EXPECT_EQ(e.safety, Safety::protected_) << path;
+        EXPECT_EQ(e.summary, "Part of the operating system, which its package manager looks after.") << path;
+    }
+    const Explanation other = explainAt("/home/zoe/Videos/film.mkv", Kind::file);
+    EXPECT_EQ(other.safety, Safety::protected_);
+    EXPECT_EQ(other.summary, "Part of another account's home folder on this computer.");
+    EXPECT_EQ(explainAt("/home/zoe").safety, Safety::protected_);
+
+    // What is the user's, in the temporary folder or on another disk, and the places a known spot explains,
+    // are judged by the other rules.
+    for (const char* path : {"/home/u/film.mkv", "/tmp/build.log", "/media/usb/film.mkv", "/mnt/disk/a.iso",
+                             "/var/cache/apt/archives/x.deb", "/var/lib/docker/overlay2"})
+        EXPECT_NE(explainAt(path, Kind::file).summary,
+                  "Part of the operating system, which its package manager looks after.") << path;
+    // A home folder may itself lie in a system folder: inside it, the user's own things are theirs.
+    Profile rootHome = Profile::linux("/root");
+    context.profile = &rootHome;
+    EXPECT_NE(explainAt("/root/Downloads/x.iso", Kind::file).safety, Safety::protected_);
+    EXPECT_EQ(explainAt("/home/u/x.iso", Kind::file).summary, "Part of another account's home folder on this computer.");
+    // The Mac's rules keep scans in the home folder and name no such places.
+    EXPECT_FALSE(systemPlace("/usr/lib", mac.profile));
 }
 
 TEST(Explainer, ApplicationHomeFolders) {

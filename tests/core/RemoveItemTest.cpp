@@ -75,8 +75,26 @@ TEST_F(RemoveItem, PathsNamingNothingRemovableAreRefusedUntouched) {
         for (const char* path : {"/", "//", "/.", "/.."}) out += std::to_string(removeItem(path).error) + " ";
         return out;
     });
-    const std::string einval = std::to_string(EINVAL) + " ";
-    EXPECT_EQ(text, einval + einval + einval + einval);
+    const std::string eperm = std::to_string(EPERM) + " ";
+    EXPECT_EQ(text, eperm + eperm + eperm + eperm);
+}
+
+TEST(RemovalGuard, TheTopOfTheSystemAndHomeFoldersAreNeverRemoved) {
+    const std::vector<std::string> homes = {"/home/ann", "/srv/accounts/bob"};
+    for (const char* path : {"/", "/usr", "/home", "/etc/", "/media", "/srv/accounts", "/srv", "/home/ann",
+                             "/home/ann/"})
+        EXPECT_TRUE(refusedRemoval(path, homes).has_value()) << path;
+    for (const char* path : {"/home/ann/Downloads", "/home/annie", "/srv/accounts/bobby", "/usr/lib/x", "/media/usb/film"})
+        EXPECT_FALSE(refusedRemoval(path, homes).has_value()) << path;
+    EXPECT_EQ(refusedRemoval("/srv/accounts", homes), "\u201caccounts\u201d holds a home folder, so it was left in place.");
+    EXPECT_EQ(refusedRemoval("/usr", homes), "\u201c/usr\u201d is one of the system's own folders, so it was left in place.");
+
+    // The real function asks the same rule about the real home folder, and the words name the item.
+    ASSERT_FALSE(guardedHomes().empty());
+    const RemovalResult refused = removeItem(guardedHomes().front());
+    EXPECT_FALSE(refused.ok);
+    EXPECT_EQ(refused.error, EPERM);
+    EXPECT_TRUE(refused.namesItem);
 }
 
 TEST_F(RemoveItem, SymbolicLinksGoAsLinksAndAreNeverFollowed) {

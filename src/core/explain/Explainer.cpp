@@ -1,6 +1,7 @@
 #include "explain/Explainer.h"
 
 #include "explain/RemovedApps.h"
+#include "explain/SystemPlaces.h"
 #include "format/Formatters.h"
 #include "tree/FileNode.h"
 #include "util/Paths.h"
@@ -381,6 +382,14 @@ Explanation explain(const FileNode& node, const FileNode* scanRoot, const Explai
                     largestNote(node),
                 std::nullopt, Safety::protected_,
                 say("This is one of your Mac's standard folders. Look inside it rather than removing the folder.")};
+    if (auto place = systemPlace(path, profile)) { // the system's own places and other accounts'
+        if (*place == SystemPlace::otherUser)
+            return {say("Part of another account's home folder on this computer."), std::nullopt, Safety::protected_,
+                    say("It belongs to someone else, so Brenvo leaves it alone.")};
+        return {say("Part of the operating system, which its package manager looks after."), std::nullopt,
+                Safety::protected_,
+                say("Removing it could stop the computer from starting or working, so Brenvo leaves it alone.")};
+    }
     if (auto folder = RemovedApps::listedFolder(path, profile.home)) { // 7
         static const NoApps none;
         const AppSystem& apps = context.apps ? *context.apps : static_cast<const AppSystem&>(none);

@@ -61,6 +61,11 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
                          dir("PUBLICSHARE", "Public"),
                          dir("TEMPLATES", "Templates")};
     p.packageExtensions = brenvo::packageExtensions();
+    p.systemFolders = {"/usr", "/etc",  "/boot", "/bin", "/sbin", "/lib*", "/var", "/opt", "/srv",
+                       "/root", "/snap", "/proc", "/sys",  "/dev", "/run"};
+    p.systemFolderExceptions = {"/var/lib/flatpak", "/var/lib/snapd/snaps", "/var/lib/docker", "/var/log/journal",
+                                "/var/cache/apt/archives", "/home/linuxbrew/.linuxbrew/Cellar"};
+    p.usersFolder = "/home";
     p.extraInstallerExtensions = {"deb", "rpm", "appimage", "flatpakref", "flatpak", "snap", "run"};
     p.extraNoiseWords = {"linux", "x86_64", "amd64", "deb", "rpm", "appimage", "flatpak", "snap", "gtk", "qt"};
     // The usual XDG data folders, the user's own first so their entries hide the system's; the system's

@@ -32,6 +32,13 @@ struct Profile {
     // nothing about the application.
     std::vector<std::string> extraInstallerExtensions;
     std::vector<std::string> extraNoiseWords;
+    // The operating system's own places, never offered for removal: folders whose whole inside belongs to
+    // the system (a name ending in "*" stands for every top-level folder it starts), the places inside
+    // them that a known spot manages and explains instead, and the folder of the accounts' home folders.
+    // Empty on the Mac, whose rules keep the scan in the home folder.
+    std::vector<std::string> systemFolders;
+    std::vector<std::string> systemFolderExceptions;
+    std::string usersFolder;
     // Where applications are found: application folders on the Mac, desktop-entry folders on Linux.
     std::vector<std::string> applicationFolders;
     // The program's words that name Mac things, and what this system calls them instead: whole sentences

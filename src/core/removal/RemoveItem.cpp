@@ -5,12 +5,16 @@
 
 #include "format/Formatters.h"
 #include "scan/FileSystem.h"
+#include "tree/FileNode.h"
+#include "util/Paths.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstdint>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <pwd.h>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -62,7 +66,7 @@ int listEntries(int dir, std::string& out) { return fs::listDirectory(dir, out, 
 
 RemovalResult failure(int error) { return {false, error, std::strerror(error)}; }
 
-RemovalResult failure(int error, std::string message) { return {false, error, std::move(message)}; }
+RemovalResult failure(int error, std::string message) { return {false, error, std::move(message), true}; }
 
 
 // One folder being walked: its own listing and how far through it the walk is.
@@ -254,10 +258,39 @@ std::optional<ItemIdentity> identifyItem(const std::string& path) {
     return ItemIdentity{found.device, found.inode};
 }
 
+std::optional<std::string> refusedRemoval(std::string_view path, const std::vector<std::string>& homes) {
+    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+    if (path == "/" || (path.starts_with('/') && path.find('/', 1) == std::string_view::npos))
+        return format::quoted(path) + " is one of the system's own folders, so it was left in place.";
+    for (const std::string& home : homes)
+        if (!home.empty() && isInside(home, path))
+            return format::quoted(lastPathComponent(path)) + (home == path ? " is a home folder" : " holds a home folder") +
+                   ", so it was left in place.";
+    return std::nullopt;
+}
+
+const std::vector<std::string>& guardedHomes() {
+    static const std::vector<std::string> homes = [] {
+        std::vector<std::string> found;
+        auto add = [&](const char* path) {
+            if (!path || !*path) return;
+            if (char* real = ::realpath(path, nullptr)) {
+                found.emplace_back(real);
+                std::free(real);
+            }
+        };
+        add(std::getenv("HOME"));
+        if (const passwd* account = ::getpwuid(::geteuid())) add(account->pw_dir);
+        return found;
+    }();
+    return homes;
+}
+
 RemovalResult removeItem(const std::string& path, const std::optional<ItemIdentity>& expected) {
     std::string_view trimmed = path;
     while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.remove_suffix(1);
-    if (trimmed.empty() || trimmed == "/") return failure(EINVAL);
+    if (trimmed.empty()) return failure(EINVAL);
+    if (auto refused = refusedRemoval(trimmed, guardedHomes())) return failure(EPERM, *refused);
     const size_t slash = trimmed.rfind('/');
     const std::string name(slash == std::string_view::npos ? trimmed : trimmed.substr(slash + 1));
     if (name == "." || name == "..") return failure(EINVAL);
