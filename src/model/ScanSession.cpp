@@ -4,6 +4,7 @@
 #include "StorageModel.h"
 #include "Text.h"
 #include "cache/ScanCache.h"
+#include "format/Formatters.h"
 #include "live/LiveChangePlan.h"
 #include "platform/Platform.h"
 #include "scan/FileSystem.h"
@@ -102,8 +103,9 @@ void ScanSession::scan(const ScanLocation& location) {
             outcome.tree = scanner.scanInParallel(url, stop);
         } catch (const ScanCancelled&) {
         } catch (const ScanError& error) {
-            std::string name(lastPathComponent(error.path()));
-            outcome.error = "The folder \u201c" + name + "\u201d couldn't be opened: " + error.what() + ".";
+            outcome.error = format::because("The folder " + format::quoted(lastPathComponent(error.path())) +
+                                                " couldn't be opened",
+                                            error.what());
         }
         // Still off the main thread, on a tree no one else holds: the marks of growth since the baseline.
         std::optional<Date> baselineDate;

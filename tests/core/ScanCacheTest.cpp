@@ -94,6 +94,27 @@ TEST(ScanCache, ATreeComesBackWithEverythingButItsIds) {
     }
 }
 
+TEST(ScanCache, AScanOfTheWholeDiskComesBack) {
+    // The root of "/" is called "/", the one name with a slash that a snapshot may hold.
+    NodeRef root = FileNode::make(FileNode::Kind::folder, "/");
+    root->setLocation("/");
+    NodeRef usr = FileNode::make(FileNode::Kind::folder, "usr");
+    usr->setSize(4096);
+    root->adoptChildren({usr});
+    root->setSize(4096);
+    auto snapshot = ScanCache::decodeSnapshot(encode(*root, Date{1}));
+    ASSERT_TRUE(snapshot);
+    EXPECT_EQ(snapshot->root->name(), "/");
+    EXPECT_EQ(snapshot->root->path(), "/");
+    ASSERT_NE(snapshot->root->find("/usr"), nullptr);
+    EXPECT_EQ(snapshot->root->find("/usr")->size(), 4096);
+
+    // Anywhere else, and for the root of any other folder, a slash in a name is damage.
+    NodeRef elsewhere = FileNode::make(FileNode::Kind::folder, "/");
+    elsewhere->setLocation("/srv");
+    EXPECT_FALSE(ScanCache::decodeSnapshot(encode(*elsewhere, Date{1})));
+}
+
 TEST(ScanCache, NewerKindsReadAsFilesAndDamageReadsAsNothing) {
     std::string bytes;
     auto write = [&](int64_t kind, bool withCount, bool cyclic) {

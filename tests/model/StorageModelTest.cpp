@@ -177,6 +177,14 @@ TEST(StorageModel, FailuresAndUnreadableRootsReachTheUser) {
     EXPECT_EQ(d.model.errorMessage()->toStdString(),
               "The folder \u201c" "brenvo\u201d couldn't be opened: No such file or directory.");
     EXPECT_FALSE(d.model.watcher().isWatching());
+    // Our own reasons read the same: one sentence, one final period.
+    TempTree links;
+    links.symlink(links.path("nowhere"), "dangling");
+    d.model.setLocation(ScanLocation::custom(links.path("dangling")));
+    ASSERT_TRUE(d.idle());
+    ASSERT_TRUE(d.model.errorMessage().has_value());
+    EXPECT_EQ(d.model.errorMessage()->toStdString(), "The folder \u201c" "dangling\u201d couldn't be opened: It is a "
+                                                     "symbolic link to an item that can't be reached.");
 
     // A root that can't be listed is shown, saved and watched like any tree, with the message.
     TempTree tree;
@@ -220,10 +228,23 @@ TEST(StorageModel, BestLocationAndTheSkippedTable) {
     EXPECT_EQ(StorageModel::bestLocation("/srv/data/file"), ScanLocation::custom("/srv/data"));
     EXPECT_EQ(StorageModel::bestLocation("/top"), ScanLocation::custom("/"));
 
-    test::ScopedExcludedFolders excluded({QStringLiteral("/srv/cache")});
+    // One folder excluded under three spellings, and one that isn't there: one key, and a scan that runs.
+    TempTree tree;
+    tree.file("x/big.bin", 50000);
+    tree.file("y.bin", 10);
+    tree.symlink(tree.path("x"), "link-to-x");
+    test::ScopedExcludedFolders excluded({QString::fromStdString(tree.path("x")),
+                                          QString::fromStdString(tree.path("x") + "/"),
+                                          QString::fromStdString(tree.path("link-to-x")), QStringLiteral("/nowhere/at/all")});
     auto skipped = StorageModel::skippedTable();
-    EXPECT_EQ(skipped.size(), 1u); // no Library folder on Linux
-    EXPECT_EQ(skipped["/srv/cache"], "You excluded this folder in Settings, so Brenvo doesn't look inside it.");
+    ASSERT_EQ(skipped.size(), 1u); // no Library folder on Linux
+    EXPECT_EQ(skipped[tree.path("x")], "You excluded this folder in Settings, so Brenvo doesn't look inside it.");
+    Driven d;
+    ASSERT_TRUE(d.open(tree.root()));
+    FileNode* x = d.model.find(tree.path("x"));
+    ASSERT_NE(x, nullptr);
+    EXPECT_EQ(x->size(), 0);
+    EXPECT_TRUE(x->skippedReason().has_value());
 }
 
 TEST(StorageModel, TheTreeFollowsTheDiskWhileItIsOnShow) {

@@ -156,7 +156,7 @@ std::optional<Snapshot> decodeSnapshot(std::string_view data) {
 
     // One node per entry; a valid file holds each entry once, so more nodes than objects means a loop.
     size_t budget = reader->objectCount();
-    auto makeNode = [&](Ref ref, std::optional<BinaryReader::ArrayView>& children) -> NodeRef {
+    auto makeNode = [&](Ref ref, std::optional<BinaryReader::ArrayView>& children, bool isRoot) -> NodeRef {
         if (budget-- == 0) return nullptr;
         auto entry = reader->dict(ref);
         if (!entry) return nullptr;
@@ -164,9 +164,12 @@ std::optional<Snapshot> decodeSnapshot(std::string_view data) {
         auto kind = reader->integer(entry->find("k"));
         auto size = reader->integer(entry->find("s"));
         auto count = reader->integer(entry->find("c"));
-        // A name must be one path component, and sizes can't be negative: anything else is damage.
+        // A name must be one path component (the root of "/" is called "/"), and sizes can't be negative:
+        // anything else is damage.
         if (!name || !kind || !size || !count || *kind < 0 || *size < 0 || *count < 0) return nullptr;
-        if (name->empty() || *name == "." || *name == ".." || name->find_first_of(std::string("/\0", 2)) != std::string::npos)
+        const bool wholeDisk = isRoot && *name == "/" && *rootPath == "/";
+        if (!wholeDisk && (name->empty() || *name == "." || *name == ".." ||
+                           name->find_first_of(std::string("/\0", 2)) != std::string::npos))
             return nullptr;
         const auto nodeKind = *kind >= 4 ? FileNode::Kind::file : static_cast<FileNode::Kind>(*kind);
         std::optional<Date> modified;
@@ -201,7 +204,7 @@ std::optional<Snapshot> decodeSnapshot(std::string_view data) {
     };
     std::vector<Frame> stack;
     Frame first;
-    first.node = makeNode(rootRef, first.entries);
+    first.node = makeNode(rootRef, first.entries, true);
     if (!first.node) return std::nullopt;
     first.node->setLocation(*rootPath);
     stack.push_back(std::move(first));
@@ -210,7 +213,7 @@ std::optional<Snapshot> decodeSnapshot(std::string_view data) {
         Frame& frame = stack.back();
         if (frame.entries && frame.next < frame.entries->size()) {
             Frame child;
-            child.node = makeNode(frame.entries->at(frame.next++), child.entries);
+            child.node = makeNode(frame.entries->at(frame.next++), child.entries, false);
             if (!child.node) return std::nullopt;
             stack.push_back(std::move(child));
             continue;

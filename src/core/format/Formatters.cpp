@@ -102,6 +102,11 @@ std::string bytes(int64_t size) {
 
 std::string quoted(std::string_view name) { return "\u201c" + std::string(name) + "\u201d"; }
 
+std::string because(std::string_view lead, std::string_view reason) {
+    while (reason.ends_with('.') || reason.ends_with(' ')) reason.remove_suffix(1);
+    return std::string(lead) + ": " + std::string(reason) + ".";
+}
+
 std::string count(int64_t n) {
     UErrorCode status = U_ZERO_ERROR;
     auto formatted = formatters().byDigits[0]->formatInt(n, status);

@@ -19,6 +19,9 @@ std::string count(int64_t n);
 std::string relativeDate(Date when, Date now);
 // A name as messages quote it: between curly quotes, “like this”.
 std::string quoted(std::string_view name);
+// A sentence that gives a reason: "{lead}: {reason}." with one final period, whether or not the reason
+// (the system's words, or ours) came with its own.
+std::string because(std::string_view lead, std::string_view reason);
 // Items joined the way the locale lists them: "a, b, and c".
 std::string list(const std::vector<std::string>& items);
 // A day in the locale's abbreviated style, without the time: "Nov 21, 2026".

@@ -144,7 +144,7 @@ public:
         fs::EntryValues values;
         if (int err = fs::statPath(rootPath, values)) throw ScanError(rootPath, err, errorText(err));
         if (values.isSymbolicLink)
-            throw ScanError(rootPath, 0, "It is a symbolic link to an item that can't be reached.");
+            throw ScanError(rootPath, 0, "It is a symbolic link to an item that can't be reached");
         if (stopped()) throw ScanCancelled();
 
         std::string name = rootPath == env_.iCloudDrivePath ? std::string("iCloud Drive")
@@ -481,10 +481,8 @@ private:
 DiskScanner::DiskScanner(int maxChildren, const Skipped& skipped, ProgressReport report,
                          ScanEnvironment environment)
     : maxChildren_(maxChildren), report_(std::move(report)), environment_(std::move(environment)) {
-    for (const auto& [path, reason] : skipped) {
-        if (!skipped_.emplace(realPath(path), reason).second)
-            fatalError("two folders in the skipped table resolve to the same real path");
-    }
+    // Two spellings of one folder are one folder; the later entry's reason stands.
+    for (const auto& [path, reason] : skipped) skipped_.insert_or_assign(realPath(path), reason);
 }
 
 std::string DiskScanner::realPath(const std::string& path) {

@@ -14,6 +14,8 @@
 namespace brenvo {
 
 // A scan that could not start: the root is missing, unreadable or nothing a scan can measure.
+// Why a scan couldn't start. The reason is a phrase without a final period (the system's words for an
+// error, or ours), to be put into a sentence by format::because.
 class ScanError : public std::runtime_error {
 public:
     ScanError(std::string path, int code, const std::string& reason)

@@ -9,7 +9,8 @@
 namespace brenvo {
 
 // The folders a scan doesn't enter, with the reason shown: the profile's Library folder and the folders
-// the user excluded (whose reason wins for a path in both).
+// the user excluded (whose reason wins for a path in both). Keys are real paths, one per folder however it
+// was spelt; a folder that isn't there is left out.
 DiskScanner::Skipped skippedFolders(const Profile& profile, const std::vector<std::string>& excluded);
 
 } // namespace brenvo
