@@ -237,5 +237,9 @@ TEST(Cli, ExplainSpeaksInTheProfileInForce) {
     EXPECT_EQ(e->find("safety")->asString(), "ok");
 
     EXPECT_EQ(missing.status, 2);
-    EXPECT_TRUE(missing.err.starts_with("brenvo-cli: ")) << missing.err;
+    EXPECT_EQ(missing.err, "brenvo-cli: can't explain \u201c" + home.path("Downloads/none.mov") +
+                               "\u201d: No such file or directory\n");
+    // Even where the folder around it would take long to scan: nothing is scanned first.
+    CliRun underRoot = cli({"explain", "/no-such-top-level-item", "--root", "/"});
+    EXPECT_EQ(underRoot.err, "brenvo-cli: can't explain \u201c/no-such-top-level-item\u201d: No such file or directory\n");
 }

@@ -181,6 +181,14 @@ TEST(Explainer, TheSystemsOwnPlacesAndOtherAccountsAreProtected) {
     context.profile = &rootHome;
     EXPECT_NE(explainAt("/root/Downloads/x.iso", Kind::file).safety, Safety::protected_);
     EXPECT_EQ(explainAt("/home/u/x.iso", Kind::file).summary, "Part of another account's home folder on this computer.");
+    // A Snap application's data is protected like the hidden folders of the others, all of it.
+    context.profile = &linux;
+    for (const char* path : {"/home/u/snap", "/home/u/snap/firefox", "/home/u/snap/firefox/common/profile.db"}) {
+        const Explanation e = explainAt(path);
+        EXPECT_EQ(e.safety, Safety::protected_) << path;
+        EXPECT_EQ(e.summary, "Where Snap applications keep their settings and data, such as saved logins.") << path;
+    }
+    EXPECT_NE(explainAt("/home/u/snapshots/a.png", Kind::file).safety, Safety::protected_);
     // The Mac's rules keep scans in the home folder and name no such places.
     EXPECT_FALSE(systemPlace("/usr/lib", mac.profile));
 }
@@ -281,8 +289,12 @@ TEST(Explainer, KindsAndLabels) {
     Mac mac;
     mac.context.typeDescription = [](const std::string& ext) -> std::optional<std::string> {
         if (ext == "sqlite") return "sQLite database";
+        if (ext == "6" || ext == "3") return "Manual page";
         return std::nullopt;
     };
+    // A number after the last dot is a manual's section only in a manual folder.
+    EXPECT_EQ(Explainer::kindLabel(*mac.tree.add("lib/libc.so.6", 10), mac.context), "File");
+    EXPECT_EQ(Explainer::kindLabel(*mac.tree.add("share/man/man3/printf.3", 10), mac.context), "Manual page");
     FileNode* other = mac.tree.add("Documents/data.sqlite", 10);
     EXPECT_EQ(Explainer::kindLabel(*other, mac.context), "SQLite database");
     EXPECT_EQ(mac.explain(other).summary, "A sqlite database. This app doesn't recognise the type, so open it before deciding.");

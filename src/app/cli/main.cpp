@@ -207,6 +207,11 @@ int explainCommand(const std::vector<std::string>& args) {
         }
     }
     if (path.empty()) return usageError("explain needs a PATH");
+    // Said at once, before any folder is scanned to see the item in its place.
+    if (fs::EntryValues values; int error = fs::statPath(path, values)) {
+        std::fprintf(stderr, "brenvo-cli: can't explain %s: %s\n", format::quoted(path).c_str(), std::strerror(error));
+        return 2;
+    }
     const std::string wanted = DiskScanner::realPath(path);
     if (root.empty()) root = std::string(wanted.substr(0, std::max<size_t>(wanted.rfind('/'), 1)));
 

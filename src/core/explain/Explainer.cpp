@@ -294,7 +294,11 @@ std::string kindLabel(const FileNode& node, const ExplainContext& context) {
     default: break;
     }
     const std::string ext = pathExtension(node.name());
-    if (!ext.empty() && context.typeDescription) {
+    // A number after the last dot names a manual page's section only in a manual folder ("man3");
+    // elsewhere it is a version, as in "libc.so.6".
+    const bool numbered = !ext.empty() && std::all_of(ext.begin(), ext.end(), [](char c) { return c >= '0' && c <= '9'; });
+    const bool inManual = node.parent() && node.parent()->name().starts_with("man");
+    if (!ext.empty() && context.typeDescription && (!numbered || inManual)) {
         if (auto description = context.typeDescription(ext); description && !description->empty()) {
             (*description)[0] = static_cast<char>(std::toupper(static_cast<unsigned char>((*description)[0])));
             return *description;
@@ -413,6 +417,11 @@ Explanation explain(const FileNode& node, const FileNode* scanRoot, const Explai
                          "again.",
                          {{"{o}", owner}, {"{contents}", folder->contents}})};
     }
+    // Snap applications keep their settings and data, saved logins included, in plain folders.
+    if (isInside(path, profile.snapDataPath)) // 8, for the data of Snap applications
+        return {say("Where Snap applications keep their settings and data, such as saved logins."), std::nullopt,
+                Safety::protected_,
+                say("Removing it loses that app's settings and data; uninstalling the app removes it properly.")};
     // A component that starts with "." follows a slash.
     if (node.name().starts_with(".") || path.find("/.") != std::string::npos) // 8
         return {say("A hidden item. These usually hold settings or data that apps and tools depend on."), std::nullopt,

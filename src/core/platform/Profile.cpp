@@ -44,6 +44,7 @@ Profile Profile::linux(const std::string& home, const std::map<std::string, std:
     // No iCloud on Linux: the path keeps the Mac shape, and nothing will ever be found there.
     p.iCloudDrivePath = joinPath(home, "Library/Mobile Documents/com~apple~CloudDocs");
     p.trashPath = joinPath(home, ".local/share/Trash");
+    p.snapDataPath = joinPath(home, "snap");
     auto dir = [&](const char* key, const char* fallback) {
         auto found = userDirs.find(key);
         return found != userDirs.end() ? found->second : joinPath(home, fallback);

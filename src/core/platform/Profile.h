@@ -23,6 +23,7 @@ struct Profile {
     std::string libraryPath;     // the app-data folder a scan skips; empty where there is none
     std::string iCloudDrivePath; // shown as "iCloud Drive"; it exists only on a Mac
     std::string trashPath;
+    std::string snapDataPath; // where Snap applications keep their data ("~/snap"); empty on the Mac
     std::string downloadsPath;
     std::string desktopPath;
     std::string documentsPath;
