@@ -106,7 +106,8 @@ std::string StorageModel::InstallerChoice::message() const {
 std::optional<InstalledApp> StorageModel::installedApp(const FileNode& node) {
     if (auto memo = appMatches_.find(node.id()); memo != appMatches_.end()) return memo->second;
     std::optional<InstalledApp> app;
-    if (!node.isAggregate() && Explainer::category(node, platform::profile()) == Category::installer && catalog_)
+    if (!node.isAggregate() && Explainer::category(node, platform::profile()) == Category::installer && catalog_ &&
+        !catalog_->appRunning(node.path()))
         app = catalog_->app(std::string(node.name()));
     appMatches_[node.id()] = app;
     return app;

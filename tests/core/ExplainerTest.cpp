@@ -3,6 +3,8 @@
 #include "explain/SystemPlaces.h"
 
 #include <gtest/gtest.h>
+#include <filesystem>
+#include <fstream>
 #include <map>
 
 using namespace brenvo;
@@ -191,6 +193,35 @@ TEST(Explainer, TheSystemsOwnPlacesAndOtherAccountsAreProtected) {
     EXPECT_NE(explainAt("/home/u/snapshots/a.png", Kind::file).safety, Safety::protected_);
     // The Mac's rules keep scans in the home folder and name no such places.
     EXPECT_FALSE(systemPlace("/usr/lib", mac.profile));
+}
+
+TEST(Explainer, AFileAnInstalledEntryRunsIsTheAppNotItsInstaller) {
+    test::TempTree disk;
+    disk.file("Downloads/Obsidian-1.5.3.AppImage", 100);
+    disk.file("Applications/Obsidian-1.5.3.AppImage", 100);
+    disk.file("Old/Obsidian-1.5.3.AppImage", 100);
+    std::filesystem::permissions(disk.path("Downloads/Obsidian-1.5.3.AppImage"), std::filesystem::perms::owner_all);
+    disk.folder("applications");
+    {
+        std::ofstream entry(disk.path("applications/obsidian.desktop"));
+        entry << "[Desktop Entry]\nType=Application\nName=Obsidian\nExec=" << disk.path("Downloads/Obsidian-1.5.3.AppImage")
+              << " %U\n";
+    }
+    Mac mac;
+    Profile linux = Profile::linux(disk.root());
+    ExplainContext context = mac.context;
+    context.profile = &linux;
+    context.catalog = std::make_shared<AppCatalog>(AppCatalog::loadDesktopEntries({disk.path("applications")}),
+                                                   linux.extraNoiseWords);
+    Tree home(disk.root());
+    // The one the entry runs, in Downloads even: the application, to be looked at before it goes.
+    const Explanation running =
+        Explainer::explain(*home.add("Downloads/Obsidian-1.5.3.AppImage", 100), home.root.get(), context);
+    EXPECT_EQ(running.summary, "An app.");
+    EXPECT_EQ(running.safety, Safety::reviewFirst);
+    // Another copy of the same file name is an installer for the app that is installed.
+    const Explanation copy = Explainer::explain(*home.add("Old/Obsidian-1.5.3.AppImage", 100), home.root.get(), context);
+    EXPECT_EQ(copy.summary, "An installer for Obsidian, which is already installed on this computer.");
 }
 
 TEST(Explainer, ApplicationHomeFolders) {

@@ -6,6 +6,7 @@
 #include "util/Utf8.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <charconv>
 #include <cstdint>
 #include <dirent.h>
@@ -373,6 +374,12 @@ std::strong_ordering AppCatalog::compareVersions(std::string_view a, std::string
     return std::strong_ordering::equal;
 }
 
+std::optional<InstalledApp> AppCatalog::appRunning(std::string_view path) const {
+    for (const auto& app : apps_)
+        if (!app.program.empty() && app.program == path) return app;
+    return std::nullopt;
+}
+
 std::optional<InstalledApp> AppCatalog::app(std::string_view installerName) const {
     InstallerName parsed = parseInstallerName(installerName, extraNoiseWords_);
     auto answering = [&](const std::string& key) {
@@ -525,6 +532,12 @@ InstalledApp AppCatalog::installedApp(const DesktopEntry& entry) {
         // The program is flatpak itself; the application is the one it runs.
         if (auto key = identifierKey(*entry.flatpakID)) keys.insert(*key);
     } else if (!entry.program.empty()) {
+        if (entry.program.starts_with('/')) {
+            if (char* real = ::realpath(entry.program.c_str(), nullptr)) {
+                app.program = real;
+                std::free(real);
+            }
+        }
         std::string program = basename(entry.program);
         std::string_view ext = extension(program);
         if (ext.size() == 8 && normalize(ext) == "appimage") program = std::string(withoutExtension(program));

@@ -21,6 +21,9 @@ struct InstalledApp {
     std::optional<std::string> bundleID; // the bundle identifier, or the desktop-file id without ".desktop"
     // The normalized names it answers to, each longer than 2 characters; possibly none.
     std::set<std::string> keys;
+    // The file the entry runs, when it names one by its real path (an AppImage, a program in the home
+    // folder); empty for a bundle, a bare command name or a Flatpak.
+    std::string program;
 };
 
 // What an installer's file name says about its application.
@@ -69,6 +72,9 @@ public:
 
     // The one installed application an installer file is for, or nothing when none or several fit.
     std::optional<InstalledApp> app(std::string_view installerName) const;
+    // The installed application whose entry runs the file at `path` (a real path): that file is the
+    // application itself, not an installer for it.
+    std::optional<InstalledApp> appRunning(std::string_view path) const;
 
     static InstallerName parseInstallerName(std::string_view fileName,
                                             const std::vector<std::string>& extraNoiseWords = {});

@@ -115,7 +115,10 @@ Explanation describe(const FileNode& node, const ExplainContext& context, const 
     const std::string path = node.path();
     const bool inDownloads = isInside(path, profile.downloadsPath) && path != profile.downloadsPath;
     Explanation e;
-    switch (Explainer::category(node, profile)) {
+    // A file an installed application's entry runs is that application, wherever it lies and whatever its
+    // name says: never an installer for itself.
+    const bool runsAnApp = node.kind() == FileNode::Kind::file && context.catalog && context.catalog->appRunning(path);
+    switch (runsAnApp ? Category::app : Explainer::category(node, profile)) {
     case Category::folder:
         if (node.name() == "node_modules") {
             e.summary = say("Code libraries downloaded for a JavaScript project. The project can usually download "
