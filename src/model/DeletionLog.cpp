@@ -7,6 +7,7 @@
 #include "json/Json.h"
 #include "json/JsonWriter.h"
 #include "platform/Platform.h"
+#include "removal/DeleteWords.h"
 #include "removal/RemoveItem.h"
 #include "tree/FileNode.h"
 #include "util/AtomicFile.h"
@@ -434,12 +435,8 @@ void DeletionLog::saveUnfinished() {
     writeAtomically(unfinishedFile(), encode(listed));
 }
 
-QString deletionPromise(int64_t size) {
-    const auto seconds = static_cast<long long>(DeletionLog::windowSeconds());
-    return QStringLiteral("%1 will be freed. Items are deleted for good, not moved to the Trash, but you'll have %2 "
-                          "seconds to undo.")
-        .arg(QString::fromStdString(format::bytes(size)))
-        .arg(seconds);
+QString deletionPromise(std::optional<int64_t> size) {
+    return QString::fromStdString(DeleteWords::promise(size, DeletionLog::windowSeconds()));
 }
 
 } // namespace brenvo

@@ -135,7 +135,8 @@ private:
     BackgroundTasks tasks_;
 };
 
-// The sentence every delete confirmation shows, quoting the seconds that will really apply.
-QString deletionPromise(int64_t size);
+// The sentence every delete confirmation shows, quoting the seconds that will really apply; no size when
+// it can't be known.
+QString deletionPromise(std::optional<int64_t> size);
 
 } // namespace brenvo

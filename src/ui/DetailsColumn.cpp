@@ -214,7 +214,8 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
     const std::string location = node.isAggregate() && node.parent() ? node.parent()->path() : node.path();
     fact(QStringLiteral("Location"), displayPath(location), true);
     fact(QStringLiteral("Kind"), QString::fromStdString(Explainer::kindLabel(node, context)));
-    if (node.kind() != FileNode::Kind::file) fact(QStringLiteral("Files"), countText(node.itemCount()));
+    if (node.kind() != FileNode::Kind::file)
+        fact(QStringLiteral("Files"), node.couldNotRead() ? QStringLiteral("Unknown") : countText(node.itemCount()));
     if (auto modified = node.modified())
         fact(QStringLiteral("Modified"), QString::fromStdString(format::abbreviatedDateTime(*modified)));
     if (auto since = model.changesSince(); since && (node.change() || node.isNew()))

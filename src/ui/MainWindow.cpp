@@ -11,6 +11,7 @@
 #include "Words.h"
 #include "format/Formatters.h"
 #include "StorageModel.h"
+#include "removal/DeleteWords.h"
 #include "Text.h"
 
 #include <QAction>
@@ -153,14 +154,15 @@ void MainWindow::confirmDeletion() {
         if (confirmation_) confirmation_->close();
         return;
     }
-    int64_t total = 0;
-    for (const auto& node : nodes) total += node->size();
-    const QString title = nodes.size() == 1
-                              ? QStringLiteral("Delete \u201c%1\u201d permanently?").arg(toQString(nodes.front()->name()))
-                              : QStringLiteral("Delete %1 items permanently?").arg(countText(static_cast<int64_t>(nodes.size())));
+    std::optional<int64_t> total = 0;
+    for (const auto& node : nodes) {
+        if (node->couldNotRead()) total.reset();
+        if (total) *total += node->size();
+    }
+    const QString title = toQString(DeleteWords::question(static_cast<int64_t>(nodes.size()), nodes.front()->name()));
     QString message = deletionPromise(total);
     if (const int skipped = model_.pendingDeleteSkipped(); skipped > 0)
-        message += QStringLiteral("\n\n%1 protected item(s) in your selection will be left where they are.").arg(skipped);
+        message += QStringLiteral("\n\n") + toQString(DeleteWords::protectedLeft(skipped));
     if (!confirmation_) {
         confirmation_ = new QMessageBox(QMessageBox::Warning, QString(), QString(), QMessageBox::NoButton, this);
         confirmation_->setAttribute(Qt::WA_DeleteOnClose);

@@ -254,16 +254,20 @@ TEST_P(ScanVariants, UnreadableFoldersAreMarkedAndTheScanGoesOn) {
     tree.file("locked-too/x", 1);
     tree.chmod("locked", 0);
     tree.chmod("locked-too", 0311); // may be entered, not listed
+    tree.file("listed-only/big.bin", 40000);
+    tree.chmod("listed-only", 0744); // may be listed, not entered: names without sizes
     const std::string text = scanUnprivileged(tree.root());
     const long long a = allocated(tree.path("open/a"));
     const std::string openLine = "  open/ " + std::to_string(a) + " 1\n";
     EXPECT_NE(text.find(openLine), std::string::npos) << text;
     EXPECT_NE(text.find("  locked/ 0 0 !\n"), std::string::npos) << text;
     EXPECT_NE(text.find("  locked-too/ 0 0 !\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  listed-only/ 0 0 !\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("hidden-away"), std::string::npos) << text;
 
     // A root that can't be listed is a result, not a failure.
     EXPECT_EQ(scanUnprivileged(tree.path("locked")), "locked/ 0 0 !\n");
+    EXPECT_EQ(scanUnprivileged(tree.path("listed-only")), "listed-only/ 0 0 !\n");
 }
 
 TEST_P(ScanVariants, NamesAreKeptAsTheirRawBytes) {

@@ -1,6 +1,7 @@
 #include "TempTree.h"
 #include "explain/Explainer.h"
 #include "explain/SystemPlaces.h"
+#include "removal/DeleteWords.h"
 
 #include <gtest/gtest.h>
 #include <filesystem>
@@ -193,6 +194,23 @@ TEST(Explainer, TheSystemsOwnPlacesAndOtherAccountsAreProtected) {
     EXPECT_NE(explainAt("/home/u/snapshots/a.png", Kind::file).safety, Safety::protected_);
     // The Mac's rules keep scans in the home folder and name no such places.
     EXPECT_FALSE(systemPlace("/usr/lib", mac.profile));
+}
+
+TEST(Explainer, AFolderThatCouldNotBeReadHasNoKnownSize) {
+    Mac mac;
+    FileNode* locked = mac.tree.add("Projects/locked", 0, Kind::folder);
+    locked->setCouldNotRead(true);
+    const Explanation e = mac.explain(locked);
+    EXPECT_EQ(e.summary, "A folder Brenvo couldn't look inside, so what it holds and its size are unknown.");
+    EXPECT_EQ(e.summary.find("0 files"), std::string::npos);
+    // And a deletion of it promises nothing it can't know.
+    EXPECT_EQ(DeleteWords::promise(std::nullopt, 8),
+              "How much space will be freed is unknown, as Brenvo couldn't look inside everything. Items are deleted for "
+              "good, not moved to the Trash, but you'll have 8 seconds to undo.");
+    EXPECT_EQ(DeleteWords::promise(0, 0.5).substr(0, 23), "Zero KB will be freed. ");
+    EXPECT_TRUE(DeleteWords::promise(0, 0.5).ends_with("you'll have 0.5 seconds to undo."));
+    EXPECT_EQ(DeleteWords::question(1, "a.txt"), "Delete \u201c" "a.txt\u201d permanently?");
+    EXPECT_EQ(DeleteWords::question(1200, "a.txt"), "Delete 1,200 items permanently?");
 }
 
 TEST(Explainer, AFileAnInstalledEntryRunsIsTheAppNotItsInstaller) {

@@ -113,6 +113,7 @@ TEST(InspectorView, UnmeasuredFoldersAndProtectedItems) {
     c.select({locked});
     EXPECT_EQ(c.text(QStringLiteral("size")), QStringLiteral("Size not measured"));
     EXPECT_TRUE(c.has(QStringLiteral("couldNotRead")));
+    EXPECT_EQ(c.text(QStringLiteral("fact:Files")), QStringLiteral("Unknown")); // not "0"
 
     // The "smaller items" row is protected: it can be shown in its folder, nothing else.
     FileNode* many = c.model.root()->find(tree.path("many"));

@@ -6,6 +6,7 @@
 #include "SignalBridge.h"
 #include "Explaining.h"
 #include "removal/BlockReason.h"
+#include "removal/DeleteWords.h"
 #include "format/Formatters.h"
 #include "json/JsonWriter.h"
 #include "platform/Platform.h"
@@ -72,15 +73,6 @@ bool confirmed() {
 }
 
 // The confirmation's sentence, quoting the seconds this run really waits.
-std::string promise(int64_t size, std::optional<double> seconds) {
-    if (!seconds) return deletionPromise(size).toStdString();
-    char number[32];
-    auto written = std::to_chars(number, number + sizeof number, *seconds);
-    return format::bytes(size) +
-           " will be freed. Items are deleted for good, not moved to the Trash, but you'll have " +
-           std::string(number, written.ptr) + " seconds to undo.";
-}
-
 // Prints what went and what didn't; the status is 0 only when every item asked for went.
 int report(const std::vector<Target>& targets, const std::set<std::string>& deleted,
            const std::vector<std::string>& failures, bool leftOut) {
@@ -173,6 +165,7 @@ int deleteCommand(const std::vector<std::string>& args) {
     for (Candidate& c : candidates) c.blocked = collectBlockReason(c.path, c.isFolder, nullptr, context);
 
     std::vector<Target> targets;
+    bool sizeUnknown = false; // something inside couldn't be read
     for (const Candidate& c : candidates) {
         // An item inside another that goes anyway goes with it, whatever it is on its own.
         if (std::any_of(candidates.begin(), candidates.end(),
@@ -189,6 +182,7 @@ int deleteCommand(const std::vector<std::string>& args) {
             try {
                 NodeRef node = DiskScanner(250).scan(c.path);
                 target.size = node->size();
+                sizeUnknown |= node->couldNotRead();
                 target.isDirectory = node->kind() != FileNode::Kind::file;
             } catch (const std::exception& error) {
                 std::fprintf(stderr, "brenvo-cli: can't measure %s: %s\n", format::quoted(c.given).c_str(), error.what());
@@ -204,12 +198,11 @@ int deleteCommand(const std::vector<std::string>& args) {
     }
 
     if (!yes) {
-        int64_t total = 0;
-        for (const Target& t : targets) total += t.size;
-        const auto count = static_cast<int64_t>(targets.size());
-        say(count == 1 ? "Delete " + format::quoted(targets[0].name) + " permanently?"
-                       : "Delete " + format::count(count) + " items permanently?");
-        say(promise(total, window));
+        std::optional<int64_t> total = 0;
+        for (const Target& t : targets) *total += t.size;
+        if (sizeUnknown) total.reset();
+        say(DeleteWords::question(static_cast<int64_t>(targets.size()), targets[0].name));
+        say(DeleteWords::promise(total, window.value_or(DeletionLog::windowSeconds())));
         if (!confirmed()) {
             say("Nothing was deleted.");
             return 1;

@@ -126,6 +126,10 @@ Explanation describe(const FileNode& node, const ExplainContext& context, const 
             e.suggestion = say("If you no longer work on this project, this folder is often safe to remove. If you "
                                "do, it will need reinstalling.");
             e.safety = Safety::reviewFirst;
+        } else if (node.couldNotRead()) {
+            e.summary = say("A folder Brenvo couldn't look inside, so what it holds and its size are unknown.");
+            e.safety = Safety::reviewFirst;
+            e.safetyNote = say("Deleting a folder deletes everything inside it. Open it first to check.");
         } else {
             e.summary = say.fill("A folder holding {count} files.", {{"{count}", format::count(node.itemCount())}}) +
                         Explainer::largestNote(node);

@@ -5,6 +5,7 @@
 #include "util/Paths.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -319,7 +320,13 @@ private:
             offset += length + 1;
 
             fs::EntryValues values;
-            if (fs::statAt(fd, name, values) != 0 || values.isSymbolicLink) continue;
+            if (const int error = fs::statAt(fd, name, values)) {
+                // A folder that may be listed but not entered names its items and hides their sizes: what
+                // it holds is unknown, not nothing. An item gone since the listing is simply gone.
+                if (error != ENOENT) dir.couldNotRead = true;
+                continue;
+            }
+            if (values.isSymbolicLink) continue;
             Item item;
             item.nameOffset = nameOffset;
             item.nameLength = static_cast<uint16_t>(length);
