@@ -116,6 +116,18 @@ QMessageBox* MainWindow::errorAlert() const { return errorAlert_.data(); }
 
 QMessageBox* MainWindow::installerAlert() const { return installer_.data(); }
 
+// Every way a question ends (a button, Escape, the title bar's close button) comes here once: the
+// answer `yes` runs `accepted`, anything else `declined`, so nothing is left waiting for an answer.
+void MainWindow::whenAnswered(QMessageBox* box, QAbstractButton* yes, std::function<void()> accepted,
+                              std::function<void()> declined) {
+    connect(box, &QMessageBox::finished, this, [box, yes, accepted = std::move(accepted), declined = std::move(declined)] {
+        if (box->clickedButton() == yes)
+            accepted();
+        else
+            declined();
+    });
+}
+
 void MainWindow::askAboutInstaller() {
     const auto& choice = model_.installerChoice();
     if (!choice) {
@@ -169,8 +181,8 @@ void MainWindow::confirmDeletion() {
         QPushButton* remove = confirmation_->addButton(QStringLiteral("Delete"), QMessageBox::DestructiveRole);
         QPushButton* cancel = confirmation_->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
         confirmation_->setDefaultButton(cancel);
-        connect(remove, &QPushButton::clicked, &model_, &StorageModel::confirmDelete);
-        connect(cancel, &QPushButton::clicked, &model_, &StorageModel::cancelDelete);
+        confirmation_->setEscapeButton(cancel);
+        whenAnswered(confirmation_, remove, [this] { model_.confirmDelete(); }, [this] { model_.cancelDelete(); });
     }
     confirmation_->setWindowTitle(title);
     confirmation_->setText(title);
@@ -202,8 +214,9 @@ void MainWindow::offerToFinishDeleting() {
     QPushButton* remove = finishDeleting_->addButton(QStringLiteral("Delete"), QMessageBox::DestructiveRole);
     QPushButton* keep = finishDeleting_->addButton(QStringLiteral("Keep Them"), QMessageBox::RejectRole);
     finishDeleting_->setDefaultButton(keep);
-    connect(remove, &QPushButton::clicked, &model_, &StorageModel::finishUnfinishedDeletions);
-    connect(keep, &QPushButton::clicked, &model_.deletions(), &DeletionLog::keepUnfinished);
+    finishDeleting_->setEscapeButton(keep);
+    whenAnswered(finishDeleting_, remove, [this] { model_.finishUnfinishedDeletions(); },
+                 [this] { model_.deletions().keepUnfinished(); });
     finishDeleting_->open();
 }
 

@@ -3,8 +3,11 @@
 #include <QMainWindow>
 #include <QPointer>
 
+#include <functional>
+
 class QAction;
 class QLabel;
+class QAbstractButton;
 class QMessageBox;
 class QStackedWidget;
 
@@ -47,6 +50,8 @@ private:
     void confirmDeletion();
     void offerToFinishDeleting();
     void askAboutInstaller();
+    void whenAnswered(QMessageBox* box, QAbstractButton* yes, std::function<void()> accepted,
+                      std::function<void()> declined);
     QWidget* placeholder(const QString& title);
 
     StorageModel& model_;

@@ -295,6 +295,49 @@ TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {
     ASSERT_TRUE(waitFor([&] { return !std::filesystem::exists(tree.path("left-behind.bin")); }));
 }
 
+TEST(Shell, QuestionsDismissedWithEscapeOrTheTitleBarLeaveNothingBehind) {
+    test::TempTree tree;
+    tree.file("a.bin", 5000);
+    tree.file("b.bin", 5000);
+    Shell shell;
+    shell.model.explore(tree.root());
+    ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
+
+    // The delete confirmation: Escape, then the window's close button, each cancel it.
+    for (bool escape : {true, false}) {
+        shell.model.requestDelete({shell.model.find(tree.path("a.bin"))});
+        QPointer<QMessageBox> confirm = shell.window.deleteConfirmation();
+        ASSERT_TRUE(confirm && confirm->isVisible());
+        if (escape)
+            QTest::keyClick(confirm, Qt::Key_Escape);
+        else
+            confirm->close();
+        ASSERT_TRUE(waitFor([&] { return !confirm; }));
+        EXPECT_TRUE(shell.model.pendingDelete().empty());
+        EXPECT_FALSE(shell.model.deletions().pending());
+        EXPECT_NE(shell.model.find(tree.path("a.bin")), nullptr);
+    }
+}
+
+TEST(Shell, FinishDeletingDismissedKeepsTheFilesAndAsksNoMore) {
+    test::TempTree tree;
+    tree.file("left-behind.bin", 5000);
+    {
+        StorageModel crashed;
+        crashed.deletions().schedule({{tree.path("left-behind.bin"), "left-behind.bin", 5000, false, {}}}, 60, nullptr,
+                                     nullptr, nullptr);
+    }
+    Shell shell;
+    ASSERT_TRUE(waitFor([&] { return shell.window.finishDeletingAlert() && shell.window.finishDeletingAlert()->isVisible(); }));
+    QPointer<QMessageBox> alert = shell.window.finishDeletingAlert();
+    QTest::keyClick(alert, Qt::Key_Escape);
+    ASSERT_TRUE(waitFor([&] { return !alert; }));
+    EXPECT_TRUE(shell.model.deletions().unfinished().empty());
+    EXPECT_TRUE(std::filesystem::exists(tree.path("left-behind.bin")));
+    StorageModel next; // a later start asks nothing
+    EXPECT_TRUE(next.deletions().unfinished().empty());
+}
+
 TEST(Shell, QuittingInsideAnUndoWindowCarriesTheDeletionThrough) {
     test::TempTree tree;
     tree.file("going/x.bin", 5000);
