@@ -11,12 +11,36 @@
 #include "util/Paths.h"
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <set>
 
 namespace brenvo {
 
 namespace {
 
 constexpr int kMaxChildren = 250;
+
+// Opens once, for good; waiting ends when it is open or the waiter is asked to stop.
+class Latch {
+public:
+    void open() {
+        {
+            std::lock_guard lock(mutex_);
+            open_ = true;
+        }
+        opened_.notify_all();
+    }
+    void wait(std::stop_token stop) {
+        std::unique_lock lock(mutex_);
+        opened_.wait(lock, stop, [this] { return open_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable_any opened_;
+    bool open_ = false;
+};
 
 bool isFolderOnDisk(const std::string& path) {
     fs::EntryValues values;
@@ -54,13 +78,28 @@ void ScanSession::scan(const ScanLocation& location) {
     changesDuringScan_.clear();
 
     QPointer<StorageModel> self(&model_);
-    watcher_.watch(resolved, [self, resolved](std::vector<std::string> paths) {
-        postToMain(self, [paths = std::move(paths), resolved](StorageModel& model) mutable {
-            model.session_.receiveLiveChanges(std::move(paths), resolved);
-        });
-    });
-
     DiskScanner::Skipped skipped = StorageModel::skippedTable();
+    // The walk waits until the watches are in place, so no change can fall between the two.
+    auto watching = std::make_shared<Latch>();
+    std::set<std::string> unwatched;
+    for (const auto& [folder, reason] : skipped) unwatched.insert(folder);
+    watcher_.watch(
+        resolved, std::move(unwatched),
+        [self, resolved](std::vector<std::string> paths) {
+            postToMain(self, [paths = std::move(paths), resolved](StorageModel& model) mutable {
+                model.session_.receiveLiveChanges(std::move(paths), resolved);
+            });
+        },
+        [self, watching, id](FolderWatcher::State state) {
+            watching->open();
+            postToMain(self, [state, id](StorageModel& model) {
+                if (model.session_.scanID_ != id) return;
+                model.session_.watcher_.settle(state);
+                emit model.scanStateChanged();
+            });
+        },
+        watchLimit_);
+
     progress_ = ScanProgress{};
     emit model_.progressChanged();
     model_.setErrorMessage(std::nullopt);
@@ -78,8 +117,8 @@ void ScanSession::scan(const ScanLocation& location) {
     ScanEnvironment environment = platform::scanEnvironment();
     SnapshotSource remembered = snapshotSource_;
     scanTask_ = model_.tasks_.start([self, id, url, refreshing, skipped = std::move(skipped),
-                                     environment = std::move(environment),
-                                     remembered = std::move(remembered)](std::stop_token stop) {
+                                     environment = std::move(environment), remembered = std::move(remembered),
+                                     watching](std::stop_token stop) {
         // The profile is fixed for the life of the process, so reading it here is safe.
         std::shared_ptr<const AppCatalog> catalog = AppCatalog::load(platform::profile());
         if (!refreshing && remembered) {
@@ -99,6 +138,7 @@ void ScanSession::scan(const ScanLocation& location) {
         };
         DiskScanner scanner(kMaxChildren, skipped, report, environment);
         Outcome outcome;
+        watching->wait(stop);
         try {
             outcome.tree = scanner.scanInParallel(url, stop);
         } catch (const ScanCancelled&) {

@@ -57,6 +57,8 @@ public:
     void receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath);
     void applyLiveChanges(const std::vector<std::string>& paths, const std::string& rootPath);
     void setSnapshotSource(SnapshotSource source) { snapshotSource_ = std::move(source); }
+    // Fewer watches than the system allows, for tests of running out; 0 for the system's limit.
+    void setWatchLimit(size_t watches) { watchLimit_ = watches; }
     // Drops the tree with the place it came from.
     void clearTree() { root_ = nullptr; }
     void setRoot(NodeRef root) { root_ = std::move(root); }
@@ -91,6 +93,7 @@ private:
     // Nodes being measured anew off the main thread, by request number: only this thread touches them.
     std::map<uint64_t, NodeRef> measuring_;
     uint64_t nextMeasure_ = 0;
+    size_t watchLimit_ = 0;
     QElapsedTimer sinceRootRescan_;
     QTimer rescanTimer_;
 };

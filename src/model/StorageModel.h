@@ -100,6 +100,8 @@ public:
     void applyLiveChanges(const std::vector<std::string>& paths, const std::string& rootPath) {
         session_.applyLiveChanges(paths, rootPath);
     }
+    // Fewer folder watches than the system allows, so tests can run out of them; 0 for the system's limit.
+    void setWatchLimit(size_t watches) { session_.setWatchLimit(watches); }
     // Where remembered trees come from: the scan cache, unless a test says otherwise.
     void setSnapshotSource(SnapshotSource source) { session_.setSnapshotSource(std::move(source)); }
 

@@ -138,9 +138,14 @@ void PathBar::rebuildCrumbs() {
 }
 
 void PathBar::refreshRight() {
+    status_->setToolTip(QString());
     if (model_.isRefreshing())
         status_->setText(QStringLiteral("Showing your last scan while a fresh one runs."));
-    else if (auto at = model_.scannedAt())
+    else if (model_.watcher().state() == FolderWatcher::State::exhausted) {
+        status_->setText(QStringLiteral("Changes here show only after you scan again."));
+        status_->setToolTip(QStringLiteral("The system can't watch any more folders, so Brenvo can't follow changes "
+                                           "in this one as they happen. Scan Again brings it up to date."));
+    } else if (auto at = model_.scannedAt())
         status_->setText(QStringLiteral("Scanned %1").arg(QString::fromStdString(format::relativeDate(*at, Date::now()))));
     else
         status_->clear();

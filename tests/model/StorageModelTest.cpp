@@ -14,7 +14,6 @@
 #include <thread>
 
 using namespace brenvo;
-using brenvo::test::settle;
 using brenvo::test::TempTree;
 using brenvo::test::waitFor;
 using brenvo::test::Driven;
@@ -255,8 +254,7 @@ TEST(StorageModel, TheTreeFollowsTheDiskWhileItIsOnShow) {
     Driven d;
     d.model.setLocation(ScanLocation::custom(tree.root()));
     ASSERT_TRUE(d.idle());
-    ASSERT_TRUE(waitFor([&] { return d.model.watcher().isWatching(); }));
-    settle(200); // the watch reaches every folder
+    ASSERT_TRUE(waitFor([&] { return d.model.watcher().isWatching(); })); // every folder has its watch
 
     FileNode* inner = d.model.root()->find(tree.path("doomed/inner"));
     d.model.setCurrent(inner);
@@ -281,6 +279,31 @@ TEST(StorageModel, TheTreeFollowsTheDiskWhileItIsOnShow) {
     EXPECT_EQ(root()->size(), sum);
     EXPECT_NE(root()->size(), before);
     EXPECT_EQ(root()->find(tree.path("keep"))->itemCount(), 2);
+}
+
+TEST(StorageModel, WatchesAreForWhatTheScanEntersAndRunningOutIsKnown) {
+    TempTree tree;
+    tree.file("a/x.bin", 10);
+    tree.file("excluded/one/x.bin", 10);
+    tree.file("excluded/two/x.bin", 10);
+    test::ScopedExcludedFolders excluded({QString::fromStdString(tree.path("excluded"))});
+    // Two watches are enough for the root and "a": the excluded folders take none.
+    Driven d;
+    d.model.setWatchLimit(2);
+    ASSERT_TRUE(d.open(tree.root()));
+    ASSERT_TRUE(waitFor([&] { return d.model.watcher().state() != FolderWatcher::State::starting; }));
+    EXPECT_TRUE(d.model.watcher().isWatching());
+
+    // One more folder than the watches allow: live updates are known to be off, and the next scan tries again.
+    tree.file("b/c/x.bin", 10);
+    d.model.scan(*d.model.location());
+    ASSERT_TRUE(d.idle());
+    ASSERT_TRUE(waitFor([&] { return d.model.watcher().state() == FolderWatcher::State::exhausted; }));
+    EXPECT_FALSE(d.model.watcher().isWatching());
+    d.model.setWatchLimit(0);
+    d.model.scan(*d.model.location());
+    ASSERT_TRUE(d.idle());
+    ASSERT_TRUE(waitFor([&] { return d.model.watcher().isWatching(); }));
 }
 
 TEST(StorageModel, ChangesDuringAScanAreHeldAndReplayed) {

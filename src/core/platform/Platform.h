@@ -38,10 +38,18 @@ using FolderEventHandler = std::function<void(std::vector<std::string> paths)>;
 std::string homeDirectory();              // the user's home, real and standardised
 Profile systemProfile(const std::string& home);
 std::shared_ptr<const MountRules> mountRules();
+// How a watch stands, told on the watch's own thread: every folder is watched, or the system has no
+// watches left and the watch has ended (whatever it held is given back).
+enum class WatchState { ready, exhausted };
+struct WatchOptions {
+    std::set<std::string> skipped;                  // real paths of folders not to watch, nor anything inside
+    std::function<void(WatchState)> onState;        // called once ready, and again if the watches run out
+    size_t maxWatches = 0;                          // fewer than the system's limit, for tests; 0: no cap
+};
 // Starts watching `root`; batches of changed paths (files and folders, in the tree's spelling) arrive
-// about once a second on a thread of the watch's own. Nothing when the system can't watch this root;
-// if it runs out of watches later, the updates for this root stop without a word.
-std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler);
+// about once a second on a thread of the watch's own. Nothing when the system can't watch this root.
+std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler,
+                                          WatchOptions options = {});
 // The folders the system says changed since an event id, or nothing when that can't be known (Linux keeps
 // no history of file-system events, so it always answers nothing: every place counts as touched).
 std::optional<std::set<std::string>> changedFolders(uint64_t sinceEventID, double timeoutSeconds);

@@ -25,9 +25,9 @@ constexpr auto kLatency = std::chrono::milliseconds(1000);
 
 class InotifyWatch : public FolderEvents {
 public:
-    InotifyWatch(std::string root, FolderEventHandler handler, int inotify, int wake)
-        : root_(std::move(root)), handler_(std::move(handler)), inotify_(inotify), wake_(wake),
-          thread_([this] { run(); }) {}
+    InotifyWatch(std::string root, FolderEventHandler handler, WatchOptions options, int inotify, int wake)
+        : root_(std::move(root)), handler_(std::move(handler)), options_(std::move(options)), inotify_(inotify),
+          wake_(wake), thread_([this] { run(); }) {}
 
     ~InotifyWatch() override {
         const uint64_t one = 1;
@@ -50,8 +50,25 @@ private:
         const std::string handle = "/proc/self/fd/" + std::to_string(dirFd);
         int wd = ::inotify_add_watch(inotify_, handle.c_str(), kMask);
         if (wd < 0) return errno != ENOSPC && errno != ENOMEM;
+        if (options_.maxWatches && !folders_.contains(wd) && folders_.size() >= options_.maxWatches) {
+            ::inotify_rm_watch(inotify_, wd); // as if the system had said ENOSPC
+            return false;
+        }
         folders_[wd] = path; // a folder moved within the tree comes back with its old wd: the path updates
         return true;
+    }
+
+    bool skipped(const std::string& path) const { return options_.skipped.contains(path); }
+
+    void tell(WatchState state) {
+        if (options_.onState) options_.onState(state);
+    }
+
+    // Out of watches: every watch is given back, as this root gets no more updates anyway.
+    void exhausted() {
+        for (const auto& [wd, path] : folders_) ::inotify_rm_watch(inotify_, wd);
+        folders_.clear();
+        tell(WatchState::exhausted);
     }
 
     // Watches `path` and every folder below it; symbolic links are never followed and kernel file systems
@@ -83,9 +100,10 @@ private:
             level.next += std::strlen(name) + 1;
             if (fs::statAt(level.fd.get(), name, values) != 0 || !values.isDirectory) continue;
             if (values.device != level.device && rules && rules->reasonNotToEnter(values.device)) continue;
+            std::string childPath = joinPath(level.path, name);
+            if (skipped(childPath)) continue; // as the scan doesn't enter it, nothing there is shown
             fs::Descriptor child;
             if (fs::openDirectoryAt(level.fd.get(), name, child) != 0) continue;
-            std::string childPath = joinPath(level.path, name);
             if (!watch(child.get(), childPath)) return false;
             Level next{std::move(child), std::move(childPath), {}, 0, values.device};
             fs::listDirectory(next.fd.get(), next.names);
@@ -95,7 +113,9 @@ private:
     }
 
     void run() {
-        if (!watchTree(root_)) return;
+        if (!watchTree(root_)) return exhausted();
+        if (stopping()) return;
+        tell(WatchState::ready);
         std::set<std::string> batch;
         std::chrono::steady_clock::time_point due;
         alignas(inotify_event) char buffer[64 * 1024];
@@ -113,7 +133,7 @@ private:
                 for (ssize_t at = 0; at < length;) {
                     auto* event = reinterpret_cast<inotify_event*>(buffer + at);
                     at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-                    if (!take(*event, batch)) return;
+                    if (!take(*event, batch)) return exhausted();
                 }
                 if (!batch.empty() && due == std::chrono::steady_clock::time_point{})
                     due = std::chrono::steady_clock::now() + kLatency;
@@ -146,7 +166,7 @@ private:
         }
         if (event.len == 0) return true;
         std::string path = joinPath(folder->second, event.name);
-        if ((event.mask & IN_ISDIR) && (event.mask & (IN_CREATE | IN_MOVED_TO))) {
+        if ((event.mask & IN_ISDIR) && (event.mask & (IN_CREATE | IN_MOVED_TO)) && !skipped(path)) {
             if (!watchTree(path)) return false;
         }
         batch.insert(std::move(path));
@@ -155,6 +175,7 @@ private:
 
     std::string root_;
     FolderEventHandler handler_;
+    WatchOptions options_;
     int inotify_;
     int wake_;
     std::map<int, std::string> folders_; // watch descriptor → folder path; only the watch's thread uses it
@@ -165,7 +186,7 @@ private:
 
 std::optional<std::set<std::string>> changedFolders(uint64_t, double) { return std::nullopt; }
 
-std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler) {
+std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHandler handler, WatchOptions options) {
     int inotify = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (inotify < 0) return nullptr;
     int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -173,7 +194,7 @@ std::unique_ptr<FolderEvents> watchFolder(const std::string& root, FolderEventHa
         ::close(inotify);
         return nullptr;
     }
-    return std::make_unique<InotifyWatch>(root, std::move(handler), inotify, wake);
+    return std::make_unique<InotifyWatch>(root, std::move(handler), std::move(options), inotify, wake);
 }
 
 } // namespace brenvo::platform
