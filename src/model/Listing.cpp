@@ -6,6 +6,7 @@
 #include "format/Formatters.h"
 #include "format/TextMatch.h"
 #include "platform/Platform.h"
+#include "tree/FoldedEntries.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -119,7 +120,21 @@ std::vector<FileNode*> Listing::matches(FileNode& folder, std::string_view query
         stack.pop_back();
         if (found.size() >= limit) break;
         if (item->isFolder()) stack.insert(stack.end(), item->children().begin(), item->children().end());
-        if (item->isAggregate()) continue;
+        if (item->isAggregate()) {
+            // What a wide folder folded away is searched too; a match becomes an item of its own.
+            const FoldedEntries* folded = item->folded();
+            std::vector<size_t> matching;
+            for (size_t i = 0; folded && i < folded->size() && found.size() + matching.size() < limit; ++i) {
+                const FoldedEntries::Entry e = folded->at(i);
+                if (!wanted.empty() && !wanted.foundIn(e.name)) continue;
+                if (category && Explainer::category(static_cast<FileNode::Kind>(e.kind), e.name, profile) != *category)
+                    continue;
+                if (e.size < minimum) continue;
+                matching.push_back(i);
+            }
+            for (FileNode* unfolded : item->unfold(matching)) found.push_back(unfolded);
+            continue;
+        }
         if (!wanted.empty() && !wanted.foundIn(item->name())) continue;
         if (category && Explainer::category(*item, profile) != *category) continue;
         if (item->size() < minimum) continue;

@@ -36,7 +36,8 @@ public:
     static const std::vector<SizeFilter>& sizeFilters();
     static const char* text(KindFilter filter);
     static const char* label(SizeFilter filter);
-    // Items below `folder` that pass the filters, smallest of each folder first, at most `limit`.
+    // Items below `folder` that pass the filters, smallest of each folder first, at most `limit`. Entries a
+    // wide folder folded away are searched too, and those that match are unfolded into items of their own.
     static std::vector<FileNode*> matches(FileNode& folder, std::string_view query, KindFilter kind, SizeFilter size,
                                           size_t limit, const Profile& profile);
     // `items` in `order`, stable; `kindOf` gives the text the kind column shows.

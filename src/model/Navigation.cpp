@@ -2,6 +2,7 @@
 
 #include "StorageModel.h"
 #include "platform/Platform.h"
+#include "tree/FoldedEntries.h"
 #include "util/Paths.h"
 
 #include <algorithm>
@@ -95,11 +96,26 @@ void Navigation::keepPlace(const std::string& currentPath, const std::vector<std
     setSelection(std::move(selected));
 }
 
+bool Navigation::unfold(const std::string& path) {
+    FileNode* root = model_.root();
+    FileNode* folder = root ? root->find(parentPath(path)) : nullptr;
+    if (!folder) return false;
+    for (FileNode* child : folder->children()) {
+        const FoldedEntries* folded = child->isAggregate() ? child->folded() : nullptr;
+        if (const auto index = folded ? folded->indexOf(lastPathComponent(path)) : std::nullopt) {
+            child->unfold({*index});
+            model_.bumpRevision();
+            return true;
+        }
+    }
+    return false;
+}
+
 void Navigation::reveal(const std::string& path) {
     model_.setPage(StorageModel::Page::folder);
     pendingReveal_ = path;
     FileNode* root = model_.root();
-    if (root && isBelow(path, root->path()) && root->find(path)) {
+    if (root && isBelow(path, root->path()) && (root->find(path) || unfold(path))) {
         applyReveal(true);
         return;
     }
@@ -127,6 +143,7 @@ void Navigation::applyReveal(bool final) {
         return;
     }
     if (!final) return;
+    if (unfold(wanted)) return applyReveal(final);
     pendingReveal_.reset();
     // Go as deep as the tree allows; the item itself was folded into a "smaller items" node.
     FileNode* at = root;

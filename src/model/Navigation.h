@@ -44,6 +44,10 @@ public:
     void clear();
 
 private:
+    // An item folded into its folder's "smaller items" comes out as an item of its own; false when the
+    // tree on show doesn't hold it folded either.
+    bool unfold(const std::string& path);
+
     StorageModel& model_;
     std::optional<ScanLocation> location_;
     NodeRef current_;

@@ -4,6 +4,7 @@
 #include "Icons.h"
 #include "Explaining.h"
 #include "StorageModel.h"
+#include "tree/FoldedEntries.h"
 #include "Text.h"
 #include "Words.h"
 #include "cache/ChangeTracker.h"
@@ -115,7 +116,7 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
     if (role == NodeRole) return QVariant::fromValue(reinterpret_cast<quintptr>(item));
     switch (index.column()) {
     case Name:
-        if (role == Qt::DisplayRole) return toQString(item->name());
+        if (role == Qt::DisplayRole) return toQString(shownName(*item));
         if (role == Qt::DecorationRole) return fileIcon(*item);
         if (role == RelativeFolderRole) {
             if (!model_.isFiltering()) return {};

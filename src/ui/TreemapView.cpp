@@ -5,6 +5,7 @@
 #include "FileIcons.h"
 #include "IconColor.h"
 #include "StorageModel.h"
+#include "tree/FoldedEntries.h"
 #include "Thumbnails.h"
 #include "Text.h"
 #include "Words.h"
@@ -69,7 +70,7 @@ QPixmap whiteIcon(const FileNode& node) {
 
 QRectF toQt(const Rect& r) { return QRectF(r.x, r.y, r.width, r.height); }
 
-QString tileText(const FileNode& node) { return QStringLiteral("%1 \u2014 %2").arg(toQString(node.name()), sizeText(node.size())); }
+QString tileText(const FileNode& node) { return QStringLiteral("%1 \u2014 %2").arg(toQString(shownName(node)), sizeText(node.size())); }
 
 } // namespace
 
@@ -353,7 +354,7 @@ void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont
     }
     QString name, size;
     if (node) {
-        name = toQString(node->name());
+        name = toQString(shownName(*node));
         size = sizeText(node->size());
     } else {
         name = QStringLiteral("%1 more items").arg(countText(layout_.hiddenCount));

@@ -1,9 +1,12 @@
 #include "Driven.h"
 #include "EventLoop.h"
 #include "StorageModel.h"
+#include "Scoped.h"
 #include "TempTree.h"
 #include "platform/Platform.h"
+#include "tree/FoldedEntries.h"
 
+#include <cstdio>
 #include <gtest/gtest.h>
 
 using namespace brenvo;
@@ -118,13 +121,14 @@ TEST(Listing, RevealLandsOnTheItemOrOnWhatFoldedIt) {
     EXPECT_EQ(model.selection(), QSet<quint64>{model.current()->find(tree.path("deep/er/target.txt"))->id()});
     EXPECT_FALSE(model.pendingReveal());
 
-    // A folded item: the scan of its folder lands on the "smaller items" row.
+    // A folded item comes out of its "smaller items" row, in the tree on show.
+    const int scans = model.scanID();
     model.reveal(tree.path("many/tiny"));
-    ASSERT_TRUE(waitFor([&] { return !model.pendingReveal(); }));
+    EXPECT_FALSE(model.pendingReveal());
+    EXPECT_EQ(model.scanID(), scans);
     EXPECT_EQ(model.current()->path(), tree.path("many"));
-    ASSERT_EQ(model.selection().size(), 1);
-    EXPECT_TRUE(model.current()->children().back()->isAggregate());
-    EXPECT_EQ(*model.selection().begin(), model.current()->children().back()->id());
+    ASSERT_NE(model.find(tree.path("many/tiny")), nullptr);
+    EXPECT_EQ(model.selection(), QSet<quint64>{model.find(tree.path("many/tiny"))->id()});
 }
 
 TEST(Listing, ForgettingAndLastOpened) {
@@ -230,4 +234,61 @@ TEST(Listing, PreviewPagesThroughItsItemsAndStopsAtTheEnds) {
     EXPECT_EQ(model.previewURL(), tree.path("big"));
     EXPECT_EQ(model.previewList().size(), 3u); // paging never changes the list
     EXPECT_EQ(model.selection(), all);
+}
+
+TEST(Listing, WhatAWideFolderFoldedAwayIsFoundAndBecomesAnItem) {
+    TempTree tree;
+    for (int i = 0; i < 600; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "wide/f%06d.%s", i, i % 3 == 0 ? "jpg" : "txt");
+        tree.file(name, 100 + static_cast<size_t>(i) * 50);
+    }
+    Driven d;
+    ASSERT_TRUE(d.open(tree.root()));
+    StorageModel& model = d.model;
+    FileNode* wide = model.find(tree.path("wide"));
+    ASSERT_NE(wide, nullptr);
+    ASSERT_EQ(wide->children().size(), 250u); // 249 and "351 smaller items"
+    ASSERT_EQ(model.find(tree.path("wide/f000123.jpg")), nullptr);
+    const int64_t rootSize = model.root()->size(), wideCount = wide->itemCount();
+
+    // Searching finds a folded file, as an item of its own in its folder; no total changes.
+    model.setSearchText("f000123");
+    std::vector<FileNode*> found = model.listItems();
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0]->path(), tree.path("wide/f000123.jpg"));
+    EXPECT_EQ(found[0]->parent(), wide);
+    EXPECT_EQ(model.find(tree.path("wide/f000123.jpg")), found[0]);
+    EXPECT_EQ(model.root()->size(), rootSize);
+    EXPECT_EQ(wide->itemCount(), wideCount);
+    EXPECT_EQ(wide->children().back()->itemCount(), 350);
+    EXPECT_EQ(shownName(*wide->children().back()), "350 smaller items");
+
+    // The kind and size filters read folded entries too.
+    model.clearFilters();
+    model.setSearchText("f0001");
+    model.setKindFilter(KindFilter::images);
+    for (FileNode* item : model.listItems()) EXPECT_TRUE(std::string(item->name()).ends_with(".jpg")) << item->name();
+    EXPECT_EQ(model.listItems().size(), 33u); // f000102…f000198, every third
+    model.clearFilters();
+
+    // Such an item is deleted, and undone, like any other.
+    test::ScopedUndoSeconds window(30);
+    model.requestDelete({model.find(tree.path("wide/f000123.jpg"))});
+    ASSERT_EQ(model.pendingDelete().size(), 1u);
+    model.confirmDelete();
+    EXPECT_EQ(model.find(tree.path("wide/f000123.jpg")), nullptr);
+    EXPECT_LT(model.root()->size(), rootSize);
+    model.deletions().undoPending();
+    EXPECT_NE(model.find(tree.path("wide/f000123.jpg")), nullptr);
+    EXPECT_EQ(model.root()->size(), rootSize);
+
+    // A reveal of a folded path lands on the item itself.
+    model.reveal(tree.path("wide/f000007.txt"));
+    EXPECT_FALSE(model.pendingReveal());
+    FileNode* revealed = model.find(tree.path("wide/f000007.txt"));
+    ASSERT_NE(revealed, nullptr);
+    EXPECT_EQ(model.current(), wide);
+    EXPECT_EQ(model.selection(), QSet<quint64>{revealed->id()});
+    EXPECT_EQ(model.root()->size(), rootSize);
 }

@@ -278,17 +278,19 @@ std::string pathExtension(std::string_view name) {
     return ext;
 }
 
-Category category(const FileNode& node, const Profile& profile) {
-    if (node.kind() == FileNode::Kind::folder) return Category::folder;
-    if (node.kind() == FileNode::Kind::aggregate) return Category::aggregate;
-    const std::string ext = pathExtension(node.name());
+Category category(const FileNode& node, const Profile& profile) { return category(node.kind(), node.name(), profile); }
+
+Category category(FileNode::Kind kind, std::string_view name, const Profile& profile) {
+    if (kind == FileNode::Kind::folder) return Category::folder;
+    if (kind == FileNode::Kind::aggregate) return Category::aggregate;
+    const std::string ext = pathExtension(name);
     if (ext == "app") return Category::app;
     for (const auto& [category, extensions] : extensionTable())
         if (extensions.contains(ext)) return category;
     if (std::find(profile.extraInstallerExtensions.begin(), profile.extraInstallerExtensions.end(), ext) !=
         profile.extraInstallerExtensions.end())
         return Category::installer;
-    return node.kind() == FileNode::Kind::package ? Category::library : Category::other;
+    return kind == FileNode::Kind::package ? Category::library : Category::other;
 }
 
 std::string kindLabel(const FileNode& node, const ExplainContext& context) {

@@ -58,6 +58,8 @@ struct ExplainContext {
 namespace Explainer {
 
 Category category(const FileNode& node, const Profile& profile);
+// The same for an item known by its kind and name only, as a folded entry is.
+Category category(FileNode::Kind kind, std::string_view name, const Profile& profile);
 std::string kindLabel(const FileNode& node, const ExplainContext& context);
 Explanation explain(const FileNode& node, const FileNode* scanRoot, const ExplainContext& context);
 

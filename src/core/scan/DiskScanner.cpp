@@ -1,4 +1,5 @@
 #include "scan/DiskScanner.h"
+#include "tree/FoldedEntries.h"
 
 #include "scan/FileSystem.h"
 #include "util/Checked.h"
@@ -445,14 +446,20 @@ private:
         }
         if (keep < n) {
             int64_t size = 0, count = 0;
+            auto folded = std::make_unique<FoldedEntries>();
             for (size_t i = keep; i < n; ++i) {
-                size = checkedAdd(size, dir.items[order[i]].size);
-                count = checkedAdd(count, dir.items[order[i]].count);
+                const Item& item = dir.items[order[i]];
+                size = checkedAdd(size, item.size);
+                count = checkedAdd(count, item.count);
+                folded->add(std::string_view(dir.names.data() + item.nameOffset, item.nameLength),
+                            static_cast<uint8_t>(item.kind), item.size, item.count,
+                            item.hasModified ? std::optional<Date>(Date{item.modified}) : std::nullopt);
             }
             NodeRef aggregate =
-                FileNode::make(FileNode::Kind::aggregate, std::to_string(n - keep) + " smaller items");
+                FileNode::make(FileNode::Kind::aggregate, aggregateName(n - keep));
             aggregate->setSize(size);
             aggregate->setItemCount(count);
+            aggregate->setFolded(std::move(folded));
             children.push_back(std::move(aggregate));
         }
         return children;

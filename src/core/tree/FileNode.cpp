@@ -1,5 +1,6 @@
 #include "tree/FileNode.h"
 
+#include "tree/FoldedEntries.h"
 #include "tree/NodeArena.h"
 #include "util/Checked.h"
 
@@ -12,6 +13,7 @@ namespace brenvo {
 struct FileNode::Rare {
     std::optional<std::string> location;
     std::optional<std::string> skippedReason;
+    std::unique_ptr<FoldedEntries> folded; // an aggregate's entries
 };
 
 // Present on folders with children and on nodes that carry a change, a last-opened date or a rare field.
@@ -73,6 +75,50 @@ std::span<FileNode* const> FileNode::children() const {
 std::optional<std::string_view> FileNode::skippedReason() const {
     if (!aux_ || !aux_->rare || !aux_->rare->skippedReason) return std::nullopt;
     return std::string_view(*aux_->rare->skippedReason);
+}
+
+const FoldedEntries* FileNode::folded() const {
+    if (!aux_ || !aux_->rare) return nullptr;
+    return aux_->rare->folded.get();
+}
+
+FoldedEntries* FileNode::foldedEntries() {
+    if (!aux_ || !aux_->rare) return nullptr;
+    return aux_->rare->folded.get();
+}
+
+void FileNode::setFolded(std::unique_ptr<FoldedEntries> entries) {
+    Aux& side = aux();
+    if (!side.rare) side.rare = std::make_unique<Rare>();
+    side.rare->folded = std::move(entries);
+}
+
+std::vector<FileNode*> FileNode::unfold(const std::vector<size_t>& indexes) {
+    FoldedEntries* entries = foldedEntries();
+    FileNode* folder = parent_;
+    if (!entries || !folder || indexes.empty()) return {};
+    std::vector<NodeRef> made;
+    int64_t size = 0, count = 0;
+    for (size_t index : indexes) {
+        const FoldedEntries::Entry e = entries->at(index);
+        NodeRef node = make(static_cast<Kind>(e.kind), e.name, e.modified);
+        node->setSize(e.size);
+        node->setItemCount(e.count);
+        size = checkedAdd(size, e.size);
+        count = checkedAdd(count, e.count);
+        made.push_back(std::move(node));
+    }
+    entries->erase(indexes);
+    // The group gives up what the entries held and the folder takes it back as nodes: the sums stay.
+    size_ = checkedAdd(size_, -size);
+    setItemCount(checkedAdd(itemCount(), -count));
+    addToAncestors(folder, -size, -count);
+    std::vector<FileNode*> nodes;
+    for (NodeRef& node : made) {
+        node->reinsert(folder);
+        nodes.push_back(node.get());
+    }
+    return nodes;
 }
 
 std::optional<int64_t> FileNode::change() const {

@@ -14,6 +14,7 @@
 namespace brenvo {
 
 class FileNode;
+class FoldedEntries;
 
 // Shared ownership of a node. The count lives in the node itself: a tree of millions of nodes cannot
 // afford a control block each. Counting is not atomic; a node belongs to one thread at a time (the scan
@@ -71,6 +72,14 @@ public:
     std::optional<int64_t> change() const;
     bool isNew() const { return flags_ & kIsNew; }
     std::optional<Date> lastOpened() const;
+    // What an aggregate stands for, entry by entry; nothing on other nodes.
+    const FoldedEntries* folded() const;
+    FoldedEntries* foldedEntries();
+    void setFolded(std::unique_ptr<FoldedEntries> entries);
+    // Gives the folded entries at `indexes` (ascending) of this aggregate nodes of their own in its folder,
+    // to be shown, chosen and deleted like any item; no total of the folder or above it changes. Answers
+    // the new nodes in the order of `indexes`.
+    std::vector<FileNode*> unfold(const std::vector<size_t>& indexes);
     bool lastOpenedLoaded() const { return flags_ & kLastOpenedLoaded; }
 
     // Sort keys that put an absent value lowest.
