@@ -174,7 +174,7 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
         more->setIcon(icon("ellipsis.circle"));
         more->setIconSize(QSize(20, 20));
         more->setAutoRaise(true);
-        more->setToolTip(QStringLiteral("More: Quick Look, Copy, Copy Path"));
+        more->setToolTip(say("More: Quick Look, Copy, Copy Path"));
         more->setAccessibleName(QStringLiteral("More actions"));
         more->setPopupMode(QToolButton::InstantPopup);
         auto* menu = new QMenu(more);

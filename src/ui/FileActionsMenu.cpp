@@ -70,7 +70,7 @@ void addActions(QMenu& menu, StorageModel& model, const std::vector<FileNode*>& 
     for (FileNode* node : nodes)
         if (!node->isAggregate()) previewable.push_back(node->path());
     if (!previewable.empty())
-        menu.addAction(QStringLiteral("Quick Look"), &menu, [&model, previewable] { model.showPreview(previewable); });
+        menu.addAction(say("Quick Look"), &menu, [&model, previewable] { model.showPreview(previewable); });
     menu.addAction(say("Reveal in Finder"), &menu, [paths] { showInFolder(paths); });
     menu.addSeparator();
     menu.addAction(single ? QStringLiteral("Copy") : QStringLiteral("Copy %1 Items").arg(countText(static_cast<int64_t>(nodes.size()))),
