@@ -49,7 +49,11 @@ bool isFolderOnDisk(const std::string& path) {
 
 } // namespace
 
-ScanSession::ScanSession(StorageModel& model) : model_(model) {
+ScanSession::ScanSession(StorageModel& model)
+    : model_(model), saver_(model, [this]() -> std::optional<SnapshotSaver::Tree> {
+          if (!root_ || !model_.location()) return std::nullopt;
+          return SnapshotSaver::Tree{root_, model_.location()->path(platform::profile()), model_.revision()};
+      }) {
     rescanTimer_.setSingleShot(true);
     QObject::connect(&rescanTimer_, &QTimer::timeout, &model_, [this] {
         if (root_ && !isScanning_ && !isRefreshing_) rescanRoot(root_->path());
@@ -71,6 +75,7 @@ void ScanSession::scan(const ScanLocation& location) {
     if (scanTask_) scanTask_->request_stop(); // it may run on; scanID keeps it from having any effect
     watcher_.stop();
     rescanTimer_.stop();
+    saver_.beforeNewScan();
     ++scanID_;
     const int id = scanID_;
     const std::string url = location.path(platform::profile());
@@ -191,9 +196,7 @@ void ScanSession::finish(Outcome outcome, std::shared_ptr<const AppCatalog> cata
         // The walk may or may not have seen these; measuring again is cheap and always right.
         if (!held.empty()) apply(held, root_->path(), true);
 
-        if (const auto& location = model_.location())
-            ScanCache::remember(*root_, location->path(platform::profile()), Date::now(), baselineDate,
-                                platform::scansFolder());
+        saver_.saveSoon(ScanCache::baselineDue(baselineDate, Date::now()));
         if (root_->couldNotRead()) {
             QString message = QString::fromStdString(platform::profile().say(
                 "macOS didn't allow access to \u201c{name}\u201d. You can allow it in System Settings \u2192 Privacy "
@@ -220,11 +223,7 @@ void ScanSession::cancel() {
     if (!wasRefreshing) model_.setLocation(std::nullopt); // a refresh leaves the tree on show, though unwatched
 }
 
-void ScanSession::saveCache() {
-    if (root_ && model_.location())
-        ScanCache::save(*root_, model_.location()->path(platform::profile()), Date::now(), platform::scansFolder(),
-                        false);
-}
+void ScanSession::saveCache() { saver_.request(); }
 
 void ScanSession::receiveLiveChanges(std::vector<std::string> paths, const std::string& rootPath) {
     constexpr size_t kHeldAtMost = 20000;

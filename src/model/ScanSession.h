@@ -5,6 +5,7 @@
 
 #ifndef Q_MOC_RUN
 #include "FolderWatcher.h"
+#include "SnapshotSaver.h"
 #include "explain/AppCatalog.h"
 #include "scan/DiskScanner.h"
 #include "scan/ScanLocation.h"
@@ -50,6 +51,7 @@ public:
     int scanID() const { return scanID_; }
     std::optional<Date> changesSince() const { return changesSince_; }
     bool isRescanWaiting() const { return rescanTimer_.isActive(); }
+    const SnapshotSaver& saver() const { return saver_; }
 
     void scan(const ScanLocation& location);
     void cancel();
@@ -94,6 +96,7 @@ private:
     std::map<uint64_t, NodeRef> measuring_;
     uint64_t nextMeasure_ = 0;
     size_t watchLimit_ = 0;
+    SnapshotSaver saver_; // after the tree it saves, so its last save at the end still finds it
     QElapsedTimer sinceRootRescan_;
     QTimer rescanTimer_;
 };

@@ -87,6 +87,8 @@ public:
     int scanID() const { return session_.scanID(); }
     std::optional<Date> changesSince() const { return session_.changesSince(); }
     bool isRescanWaiting() const { return session_.isRescanWaiting(); }
+    // Remembered copies of the tree written so far, for measuring.
+    int snapshotSaves() const { return session_.saver().savesDone(); }
     // Starts or restarts a scan of `location`.
     void scan(const ScanLocation& location) { session_.scan(location); }
     void cancelScan() { session_.cancel(); }

@@ -115,6 +115,29 @@ TEST(ScanCache, AScanOfTheWholeDiskComesBack) {
     EXPECT_FALSE(ScanCache::decodeSnapshot(encode(*elsewhere, Date{1})));
 }
 
+TEST(ScanCache, ASaveInStepsWritesTheSameAndOneDroppedHalfwayLeavesNothing) {
+    TempTree tree, folder;
+    for (int i = 0; i < 300; ++i) tree.file("d" + std::to_string(i % 7) + "/f" + std::to_string(i), 10);
+    NodeRef root = DiskScanner(250).scan(tree.root());
+    {
+        ScanCache::StepwiseSave halfway(*root, tree.root(), Date{5}, folder.root(), true);
+        EXPECT_FALSE(halfway.step(320)); // counted, and a few entries written
+    }
+    ScanCache::waitForWrites();
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path("."))) << "a dropped save left a file";
+
+    ScanCache::StepwiseSave whole(*root, tree.root(), Date{5}, folder.root(), true);
+    int steps = 0;
+    while (!whole.step(10)) ++steps;
+    EXPECT_GT(steps, 10);
+    ScanCache::waitForWrites();
+    auto snapshot = ScanCache::readSnapshot(ScanCache::fileURL(tree.root(), folder.root(), false));
+    auto baseline = ScanCache::readSnapshot(ScanCache::fileURL(tree.root(), folder.root(), true));
+    ASSERT_TRUE(snapshot && baseline);
+    EXPECT_EQ(treeText(*snapshot->root), treeText(*root));
+    EXPECT_EQ(treeText(*baseline->root), treeText(*root));
+}
+
 TEST(ScanCache, NewerKindsReadAsFilesAndDamageReadsAsNothing) {
     std::string bytes;
     auto write = [&](int64_t kind, bool withCount, bool cyclic) {

@@ -9,12 +9,14 @@
 #include "util/Sha256.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace brenvo::ScanCache {
@@ -101,47 +103,140 @@ std::string summaryPath(std::string_view locationPath, const std::string& folder
     return withoutExtension(fileURL(locationPath, folder, false)) + ".summary.json";
 }
 
-bool encodeSnapshot(const FileNode& root, Date date, std::FILE* file) {
-    BinaryWriter out(file);
-    // At most seven objects an entry (dict, name, size, count, date, reason, children) beside the shared
-    // keys and small numbers: enough to pick the narrowest references that can hold them all.
-    uint64_t entries = 0;
-    for (std::vector<const FileNode*> walk{&root}; !walk.empty();) {
-        const FileNode* node = walk.back();
-        walk.pop_back();
-        ++entries;
-        for (const FileNode* child : node->children()) walk.push_back(child);
+namespace {
+
+// The snapshot record written in steps: the entries are counted first (to pick the narrowest references
+// that can hold them all), then written post-order, so a node's entry follows its children's and their
+// references are known.
+class Encoder {
+public:
+    Encoder(const FileNode& root, Date date, std::FILE* file) : root_(root), date_(date), out_(file), file_(file) {
+        counting_.push_back(&root);
     }
-    const uint64_t bound = entries * 7 + 300;
-    out.setReferenceWidth(bound < 0xFFFF ? 2 : bound < 0xFFFFFF ? 3 : 4, bound);
-    // Post-order: a node's entry is written once its children's are, so their references are known.
+
+    // False while there is more to do; `ok` then tells how it ended.
+    bool step(size_t budget) {
+        while (!counting_.empty()) {
+            if (budget-- == 0) return false;
+            const FileNode* node = counting_.back();
+            counting_.pop_back();
+            ++entries_;
+            for (const FileNode* child : node->children()) counting_.push_back(child);
+            if (counting_.empty()) {
+                // At most seven objects an entry (dict, name, size, count, date, reason, children) beside the
+                // shared keys and small numbers.
+                const uint64_t bound = entries_ * 7 + 300;
+                out_.setReferenceWidth(bound < 0xFFFF ? 2 : bound < 0xFFFFFF ? 3 : 4, bound);
+                stack_.push_back({&root_, 0, {}});
+            }
+        }
+        while (!stack_.empty()) {
+            Frame& top = stack_.back();
+            auto children = top.node->children();
+            if (top.next < children.size()) {
+                stack_.push_back({children[top.next++], 0, {}});
+                continue;
+            }
+            if (budget-- == 0) return false;
+            const Ref entry = writeEntry(out_, *top.node, top.children);
+            stack_.pop_back();
+            if (stack_.empty()) {
+                std::pair<Ref, Ref> record[] = {{out_.key("rootPath"), out_.string(root_.path())},
+                                                {out_.key("date"), out_.date(date_.seconds)},
+                                                {out_.key("root"), entry}};
+                ok_ = out_.finish(out_.dict(record)) && std::fflush(file_) == 0;
+                return true;
+            }
+            stack_.back().children.push_back(entry);
+        }
+        return true;
+    }
+    bool ok() const { return ok_; }
+
+private:
     struct Frame {
         const FileNode* node;
         size_t next;
         std::vector<Ref> children;
     };
-    std::vector<Frame> stack;
-    stack.push_back({&root, 0, {}});
-    Ref rootEntry = 0;
-    while (!stack.empty()) {
-        Frame& top = stack.back();
-        auto children = top.node->children();
-        if (top.next < children.size()) {
-            const FileNode* child = children[top.next++];
-            stack.push_back({child, 0, {}});
-            continue;
-        }
-        Ref entry = writeEntry(out, *top.node, top.children);
-        stack.pop_back();
-        if (stack.empty())
-            rootEntry = entry;
-        else
-            stack.back().children.push_back(entry);
+    const FileNode& root_;
+    Date date_;
+    BinaryWriter out_;
+    std::FILE* file_;
+    std::vector<const FileNode*> counting_;
+    uint64_t entries_ = 0;
+    std::vector<Frame> stack_;
+    bool ok_ = false;
+};
+
+} // namespace
+
+bool encodeSnapshot(const FileNode& root, Date date, std::FILE* file) {
+    Encoder encoder(root, date, file);
+    while (!encoder.step(SIZE_MAX)) {
     }
-    std::pair<Ref, Ref> record[] = {{out.key("rootPath"), out.string(root.path())},
-                                    {out.key("date"), out.date(date.seconds)},
-                                    {out.key("root"), rootEntry}};
-    return out.finish(out.dict(record)) && std::fflush(file) == 0;
+    return encoder.ok();
+}
+
+struct StepwiseSave::State {
+    std::string locationPath, folder, temporary, summary;
+    bool alsoBaseline = false;
+    std::FILE* file = nullptr;
+    std::optional<Encoder> encoder;
+    bool done = false;
+};
+
+StepwiseSave::StepwiseSave(const FileNode& root, std::string locationPath, Date date, std::string folder,
+                           bool alsoBaseline)
+    : state_(std::make_unique<State>()) {
+    State& s = *state_;
+    s.locationPath = std::move(locationPath);
+    s.folder = std::move(folder);
+    s.alsoBaseline = alsoBaseline;
+    s.summary = makeSummary(root, date); // the top level only: cheap
+    s.file = openTemporaryIn(s.folder, s.temporary);
+    if (s.file)
+        s.encoder.emplace(root, date, s.file);
+    else
+        s.done = true;
+}
+
+StepwiseSave::~StepwiseSave() {
+    state_->encoder.reset(); // its writer flushes into the file, so it goes first
+    if (state_->file) {
+        std::fclose(state_->file);
+        ::unlink(state_->temporary.c_str());
+    }
+}
+
+bool StepwiseSave::step(size_t entries) {
+    State& s = *state_;
+    if (s.done) return true;
+    if (!s.encoder->step(entries)) return false;
+    s.done = true;
+    const bool encoded = s.encoder->ok();
+    s.encoder.reset();
+    std::FILE* file = std::exchange(s.file, nullptr);
+    if (!encoded) {
+        std::fclose(file);
+        ::unlink(s.temporary.c_str());
+        return true;
+    }
+    if (!closeTemporary(file, s.temporary, false)) return true;
+    if (s.alsoBaseline) {
+        // The baseline is the same bytes: copied on the queue, before the snapshot takes its place.
+        std::string copy = s.temporary + ".baseline";
+        writeQueue().post([from = s.temporary, copy, target = fileURL(s.locationPath, s.folder, true)] {
+            std::error_code failed;
+            std::filesystem::copy_file(from, copy, std::filesystem::copy_options::overwrite_existing, failed);
+            if (failed || ::rename(copy.c_str(), target.c_str()) != 0) ::unlink(copy.c_str());
+        });
+    }
+    replaceLater(std::move(s.temporary), fileURL(s.locationPath, s.folder, false));
+    writeQueue().post([summary = std::move(s.summary), target = summaryPath(s.locationPath, s.folder)] {
+        writeFileAtomically(target, summary, false); // a summary that failed is made again next time
+    });
+    return true;
 }
 
 std::optional<Snapshot> decodeSnapshot(std::string_view data) {
@@ -260,11 +355,10 @@ std::string makeSummary(const FileNode& root, Date date) {
 
 void save(const FileNode& root, std::string_view locationPath, Date date, const std::string& folder, bool baseline) {
     if (!baseline) {
-        std::string summary = makeSummary(root, date);
-        std::string target = summaryPath(locationPath, folder);
-        writeQueue().post([summary = std::move(summary), target] {
-            writeFileAtomically(target, summary, false); // a summary that failed is made again next time
-        });
+        StepwiseSave whole(root, std::string(locationPath), date, folder, false);
+        while (!whole.step(SIZE_MAX)) {
+        }
+        return;
     }
     std::string temporary;
     std::FILE* file = openTemporaryIn(folder, temporary);
@@ -275,7 +369,7 @@ void save(const FileNode& root, std::string_view locationPath, Date date, const 
         return;
     }
     if (!closeTemporary(file, temporary, false)) return;
-    replaceLater(std::move(temporary), fileURL(locationPath, folder, baseline));
+    replaceLater(std::move(temporary), fileURL(locationPath, folder, true));
 }
 
 void waitForWrites() { writeQueue().drain(); }
@@ -324,18 +418,22 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
 }
 
 std::optional<Date> markChanges(FileNode& tree, std::string_view locationPath, const std::string& folder) {
+    waitForWrites(); // a baseline written just now is read, not the one it replaces
     auto baseline = baselineSizes(locationPath, folder, ChangeTracker::kMinimumNewSize);
     if (!baseline) return std::nullopt;
     ChangeTracker::apply(baseline->first, tree, ChangeTracker::kMinimumNewSize);
     return baseline->second;
 }
 
+bool baselineDue(std::optional<Date> baselineDate, Date now) {
+    constexpr double kBaselineMaxAge = 604800; // seconds: a week
+    return !baselineDate || now.seconds - baselineDate->seconds > kBaselineMaxAge;
+}
+
 void remember(const FileNode& tree, std::string_view locationPath, Date now, std::optional<Date> baselineDate,
               const std::string& folder) {
-    constexpr double kBaselineMaxAge = 604800; // seconds: a week
     save(tree, locationPath, now, folder, false);
-    if (!baselineDate || now.seconds - baselineDate->seconds > kBaselineMaxAge)
-        save(tree, locationPath, now, folder, true);
+    if (baselineDue(baselineDate, now)) save(tree, locationPath, now, folder, true);
 }
 
 } // namespace brenvo::ScanCache

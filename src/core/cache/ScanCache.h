@@ -4,6 +4,7 @@
 #include "tree/FileNode.h"
 #include "util/Date.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,6 +42,26 @@ std::string makeSummary(const FileNode& root, Date date);
 // now, on the caller's thread, which owns the tree; the files are replaced atomically on the write queue,
 // in the order of the calls, so the last save wins. Failures are silent.
 void save(const FileNode& root, std::string_view locationPath, Date date, const std::string& folder, bool baseline);
+
+// The same save, done a few entries at a time, so a thread with an event loop can do other work in
+// between. The tree must not change while the save runs: a caller whose tree changed drops the save and
+// starts again. A save dropped before its end leaves nothing behind.
+class StepwiseSave {
+public:
+    // `alsoBaseline` writes the same snapshot as the baseline too.
+    StepwiseSave(const FileNode& root, std::string locationPath, Date date, std::string folder, bool alsoBaseline);
+    ~StepwiseSave();
+    StepwiseSave(const StepwiseSave&) = delete;
+    StepwiseSave& operator=(const StepwiseSave&) = delete;
+
+    // Goes on through at most `entries` more entries; true once the save is done (handed to the write
+    // queue) or has failed.
+    bool step(size_t entries);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
 // Waits for the writes queued so far (tests, and the end of a command-line run).
 void waitForWrites();
 
@@ -54,6 +75,8 @@ std::optional<std::pair<ChangeTracker::Baseline, Date>> baselineSizes(std::strin
 // marks of growth since the remembered baseline (answering the baseline's date, if there is one), then
 // the snapshot and, when the baseline is missing or a week old, a new baseline.
 std::optional<Date> markChanges(FileNode& tree, std::string_view locationPath, const std::string& folder);
+// Whether a finished scan becomes the new baseline: when there is none, or it is over a week old.
+bool baselineDue(std::optional<Date> baselineDate, Date now);
 void remember(const FileNode& tree, std::string_view locationPath, Date now, std::optional<Date> baselineDate,
               const std::string& folder);
 
