@@ -144,11 +144,15 @@ public:
                 std::pair<Ref, Ref> record[] = {{out_.key("rootPath"), out_.string(root_.path())},
                                                 {out_.key("date"), out_.date(date_.seconds)},
                                                 {out_.key("root"), entry}};
-                ok_ = out_.finish(out_.dict(record)) && std::fflush(file_) == 0;
-                return true;
+                top_ = out_.dict(record);
+                break;
             }
             stack_.back().children.push_back(entry);
         }
+        // The offset table, a little at a time too: it has an entry for each of the millions of objects.
+        const auto finished = out_.finishSome(*top_, budget > SIZE_MAX / 4 ? SIZE_MAX : budget * 4);
+        if (!finished) return false;
+        ok_ = *finished && std::fflush(file_) == 0;
         return true;
     }
     bool ok() const { return ok_; }
@@ -166,6 +170,7 @@ private:
     std::vector<const FileNode*> counting_;
     uint64_t entries_ = 0;
     std::vector<Frame> stack_;
+    std::optional<Ref> top_;
     bool ok_ = false;
 };
 

@@ -1,5 +1,7 @@
 #include "plist/BinaryWriter.h"
 
+#include <cstdint>
+
 #include "util/Utf8.h"
 
 #include <bit>
@@ -250,32 +252,38 @@ BinaryWriter::Ref BinaryWriter::dict(std::span<const std::pair<Ref, Ref>> member
 }
 
 bool BinaryWriter::finish(Ref top) {
-    if (!checkRef(top)) {
-        flushBuffer();
-        return false;
-    }
-    const std::uint64_t tableOffset = position_;
-    const std::uint64_t lastObjectOffset = objectStart_;
-    const unsigned offsetWidth = bytesFor(lastObjectOffset);
+    while (true)
+        if (auto done = finishSome(top, SIZE_MAX)) return *done;
+}
 
-    std::uint64_t offset = 8;
-    std::size_t nextLong = 0;
-    for (Ref ref = 0; ref < objectCount_; ++ref) {
-        appendUnsigned(offset, offsetWidth);
-        std::uint64_t length = lengthBlocks_[ref / kBlockSize][ref % kBlockSize];
-        if (length == kLongObject) length = longObjects_[nextLong++].second;
-        offset += length;
+std::optional<bool> BinaryWriter::finishSome(Ref top, std::size_t objects) {
+    if (!finishing_) {
+        if (!checkRef(top)) {
+            flushBuffer();
+            return false;
+        }
+        finishing_.emplace();
+        finishing_->tableOffset = position_;
+        finishing_->offsetWidth = bytesFor(objectStart_);
+    }
+    Finishing& f = *finishing_;
+    for (; f.ref < objectCount_; ++f.ref) {
+        if (objects-- == 0) return std::nullopt;
+        appendUnsigned(f.offset, f.offsetWidth);
+        std::uint64_t length = lengthBlocks_[f.ref / kBlockSize][f.ref % kBlockSize];
+        if (length == kLongObject) length = longObjects_[f.nextLong++].second;
+        f.offset += length;
         if (buffer_.size() >= kFlushThreshold) flushBuffer();
     }
 
     // Trailer: 5 unused bytes, sort version, offset width, reference width, then three 8-byte numbers.
     buffer_.append(6, '\0');
-    buffer_.push_back(static_cast<char>(offsetWidth));
+    buffer_.push_back(static_cast<char>(f.offsetWidth));
     buffer_.push_back(static_cast<char>(refWidth_));
     position_ += 8;
     appendUnsigned(objectCount_, 8);
     appendUnsigned(top, 8);
-    appendUnsigned(tableOffset, 8);
+    appendUnsigned(f.tableOffset, 8);
     static_assert(kTrailerSize == 32);
 
     finished_ = true;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <map>
 #include <memory>
 #include <span>
@@ -63,6 +64,9 @@ public:
     // Writes the offset table and trailer with `top` as the root and hands over all output (fflush()ing
     // a FILE). Returns false if any write failed or the document was misused; error() then says why.
     bool finish(Ref top);
+    // The same a little at a time: at most `objects` entries of the offset table; nothing while there is
+    // more to write, then whether it all went well.
+    std::optional<bool> finishSome(Ref top, std::size_t objects);
     // Narrower object references for a document known to hold at most `objects` objects: a tree of a
     // million entries needs 3 bytes a reference, not 4. Only before the first object; false if it can't
     // be done, and then the width stays 4. Writing more objects than the width allows fails (EOVERFLOW).
@@ -115,6 +119,14 @@ private:
     bool finished_ = false;
     unsigned refWidth_ = 4;
     std::uint32_t maxObjects_ = UINT32_MAX - 1;
+    struct Finishing {
+        std::uint64_t tableOffset = 0;
+        unsigned offsetWidth = 0;
+        std::uint64_t offset = 8;
+        std::size_t nextLong = 0;
+        Ref ref = 0;
+    };
+    std::optional<Finishing> finishing_;
 };
 
 } // namespace brenvo::plist
