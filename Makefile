@@ -15,10 +15,11 @@ PACKAGES := build-essential cmake ninja-build pkg-config qt6-base-dev libqt6svg6
             findutils coreutils dbus-daemon
 PEERS := gdu ncdu time
 
-.PHONY: setup build run test bench fuzz stress clean
+.PHONY: setup build run test bench fuzz tsan stress clean
 
-setup:
-	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
+# Installs the Debian packages named in $(1) that are missing (through sudo when not root).
+define install
+	@missing=$$(for p in $(1); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
 	if [ -n "$$missing" ]; then \
 	  echo "Installing:" $$missing; \
 	  if [ "$$(id -u)" = 0 ]; then SUDO=; \
@@ -26,6 +27,10 @@ setup:
 	  else echo "Missing packages and no sudo: run 'make setup' as root, or install sudo." >&2; exit 1; fi; \
 	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+endef
+
+setup:
+	$(call install,$(PACKAGES))
 
 $(RELEASE)/build.ninja:
 	cmake -S . -B $(RELEASE) -G Ninja -DCMAKE_BUILD_TYPE=Release -DBRENVO_TESTS=OFF $(LAUNCHER)
@@ -55,21 +60,36 @@ bench: build
 	$(RELEASE)/bench/brenvo_bench
 	QT_QPA_PLATFORM=offscreen $(RELEASE)/bench/brenvo_page_bench
 
-# The snapshot decoder under libFuzzer, for a minute; pass FUZZ_SECONDS to change that.
+# The three readers of outside bytes under libFuzzer (the snapshot decoder, the JSON reader, the XML
+# property-list reader), FUZZ_SECONDS each.
 FUZZ_SECONDS ?= 60
+FUZZERS := snapshot_fuzz json_fuzz xml_plist_fuzz
+CLANG := clang libclang-rt-14-dev
 fuzz: setup
+	$(call install,$(CLANG))
 	cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
-	  -DBRENVO_FUZZ=ON -DBRENVO_GUI=OFF -DBRENVO_BENCH=OFF
-	cmake --build build/fuzz -j $(JOBS) --target snapshot_fuzz
-	mkdir -p build/fuzz/corpus && cp -n tests/fuzz/seeds/* build/fuzz/corpus/
-	build/fuzz/tests/fuzz/snapshot_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=65536 build/fuzz/corpus
+	  -DBRENVO_FUZZ=ON -DBRENVO_GUI=OFF -DBRENVO_BENCH=OFF $(LAUNCHER)
+	cmake --build build/fuzz -j $(JOBS) --target $(FUZZERS)
+	@for f in $(FUZZERS); do \
+	  mkdir -p build/fuzz/corpus/$$f && cp -n tests/fuzz/seeds/$$f/* build/fuzz/corpus/$$f/ && \
+	  build/fuzz/tests/fuzz/$$f -max_total_time=$(FUZZ_SECONDS) -max_len=65536 build/fuzz/corpus/$$f || exit 1; \
+	done
+
+# The engine and model tests built with ThreadSanitizer (clang) and run; they must be clean.
+tsan: setup
+	$(call install,$(CLANG))
+	cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
+	  -DBRENVO_TSAN=ON -DBRENVO_BENCH=OFF $(LAUNCHER)
+	cmake --build build/tsan -j $(JOBS) --target brenvo_core_tests brenvo_model_tests
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" build/tsan/tests/brenvo_core_tests
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	  QT_QPA_PLATFORM=offscreen build/tsan/tests/brenvo_model_tests
 
 # The whole suite STRESS_RUNS times in a row while `stress` keeps both cores busy: a test that leans on
 # timing fails here first. Prints how many runs failed, and fails if any did.
 STRESS_RUNS ?= 20
 stress: test
-	@command -v stress >/dev/null || { if [ "$$(id -u)" = 0 ]; then SUDO=; else SUDO=sudo; fi; \
-	  $$SUDO apt-get install -y -qq --no-install-recommends stress; }
+	$(call install,stress)
 	@stress --cpu $(JOBS) --quiet & load=$$!; trap 'kill $$load 2>/dev/null' EXIT; failed=0; \
 	for run in $$(seq $(STRESS_RUNS)); do \
 	  if (cd $(CHECKED) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 QT_QPA_PLATFORM=offscreen \

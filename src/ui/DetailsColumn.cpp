@@ -8,6 +8,7 @@
 #include "Preferences.h"
 #include "Explaining.h"
 #include "StorageModel.h"
+#include "tree/FoldedEntries.h"
 #include "Text.h"
 #include "ThumbnailView.h"
 #include "Words.h"
@@ -158,7 +159,7 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
     header->addWidget(picture, 0, Qt::AlignTop);
     auto* titles = new QVBoxLayout;
     titles->setSpacing(2);
-    QLabel* name = wrapped(toQString(node.name()), detail);
+    QLabel* name = wrapped(toQString(shownName(node)), detail);
     name->setObjectName(QStringLiteral("name"));
     name->setFont(scaled(detail->font(), 1.05, QFont::DemiBold));
     titles->addWidget(name);
@@ -174,7 +175,8 @@ QWidget* itemDetail(StorageModel& model, FileNode& node, bool actions, QWidget* 
         more->setIcon(icon("ellipsis.circle"));
         more->setIconSize(QSize(20, 20));
         more->setAutoRaise(true);
-        more->setToolTip(say("More: Quick Look, Copy, Copy Path"));
+        more->setToolTip(say("More: Quick Look, Open With, Copy, Move to\u2026"));
+        more->setAccessibleName(QStringLiteral("More actions"));
         more->setAccessibleName(QStringLiteral("More actions"));
         more->setPopupMode(QToolButton::InstantPopup);
         auto* menu = new QMenu(more);

@@ -43,6 +43,11 @@ Primary primaryAction(StorageModel& model, FileNode* node, const QString& folder
             }};
 }
 
+void activate(StorageModel& model, FileNode* node) {
+    if (node && node->isAggregate()) return model.openInDefaultApp(*node);
+    if (auto primary = primaryAction(model, node, QStringLiteral("Open folder")); primary.run) primary.run();
+}
+
 void copyItems(const std::vector<std::string>& paths) {
     auto* data = new QMimeData;
     QList<QUrl> urls;

@@ -22,6 +22,9 @@ struct Primary {
     std::function<void()> run;
 };
 Primary primaryAction(StorageModel& model, FileNode* node, const QString& folderTitle);
+// A double-click or Return on an item: its primary action; on a group of small files, its folder shown in
+// the file manager.
+void activate(StorageModel& model, FileNode* node);
 
 // Adds the shared entries for `nodes` (the first is the one clicked): opening, preview, showing in the
 // file manager, copying, and deleting. The entries act on the items found at the same paths when chosen.

@@ -194,10 +194,7 @@ void FileListView::fitName() {
     fitting_ = false;
 }
 
-void FileListView::openRow(int row) {
-    auto primary = FileActionsMenu::primaryAction(model_, rows_->node(row), QStringLiteral("Open folder"));
-    if (primary.run) primary.run();
-}
+void FileListView::openRow(int row) { FileActionsMenu::activate(model_, rows_->node(row)); }
 
 void FileListView::keyPressEvent(QKeyEvent* event) {
     const bool plain = !(event->modifiers() & ~Qt::KeypadModifier);

@@ -66,7 +66,8 @@ MainWindow::MainWindow(StorageModel& model, QWidget* parent) : QMainWindow(paren
     connect(details_, &QAction::toggled, inspector_, &QWidget::setVisible);
     split->setChildrenCollapsible(false);
     setCentralWidget(split);
-    banner_ = new UndoBanner(model_.deletions(), detail_);
+    // Across the whole window, at its foot, over whichever page and column are on show.
+    banner_ = new UndoBanner(model_.deletions(), this);
     banner_->raise();
     preview_ = new PreviewWindow(model_, this);
 

@@ -10,6 +10,7 @@
 #include <QButtonGroup>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QProgressBar>
 #include <QResizeEvent>
 #include <QShortcut>
 #include <QTimer>
@@ -33,6 +34,13 @@ PathBar::PathBar(StorageModel& model, QWidget* parent) : QWidget(parent), model_
     crumbs_->setSpacing(0);
     layout->addWidget(crumbHolder_);
     layout->addStretch(1);
+    // Turns while a fresh scan runs behind the last one on show.
+    spinner_ = new QProgressBar(this);
+    spinner_->setRange(0, 0);
+    spinner_->setTextVisible(false);
+    spinner_->setFixedSize(36, 8);
+    spinner_->hide();
+    layout->addWidget(spinner_);
     status_ = new QLabel(this);
     status_->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(status_);
@@ -98,6 +106,8 @@ void PathBar::setChart(const QString& chart) {
     for (QAbstractButton* button : chartPicker_->buttons())
         button->setChecked(button->property("chart").toString() == value);
 }
+
+bool PathBar::isSpinning() const { return !spinner_->isHidden(); }
 
 QString PathBar::statusText() const { return status_->isHidden() ? QString() : status_->text(); }
 QString PathBar::totalText() const { return total_->text(); }
@@ -181,6 +191,7 @@ void PathBar::fitRight() {
     change_->setVisible(showChange);
     changeIcon_->setVisible(showChange);
     status_->setVisible(showStatus);
+    spinner_->setVisible(model_.isRefreshing()); // small enough to stay when the words don't fit
 }
 
 void PathBar::resizeEvent(QResizeEvent* event) {

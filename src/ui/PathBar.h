@@ -5,6 +5,7 @@
 class QButtonGroup;
 class QHBoxLayout;
 class QLabel;
+class QProgressBar;
 class QToolButton;
 
 namespace brenvo {
@@ -20,6 +21,7 @@ public:
 
     QToolButton* backButton() const { return back_; }
     QString statusText() const;
+    bool isSpinning() const;
     QString totalText() const;
     QString changeText() const;
     // "map" or "rings", as stored in the settings.
@@ -41,6 +43,7 @@ private:
     QToolButton* back_;
     QHBoxLayout* crumbs_;
     QWidget* crumbHolder_;
+    QProgressBar* spinner_ = nullptr;
     QLabel* status_;
     QLabel* changeIcon_;
     QLabel* change_;

@@ -454,8 +454,7 @@ void TreemapView::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Return:
     case Qt::Key_Enter:
         if (const auto selected = model_.selectedNodes(); selected.size() == 1) {
-            auto primary = FileActionsMenu::primaryAction(model_, selected.front(), QStringLiteral("Open folder"));
-            if (primary.run) primary.run();
+            FileActionsMenu::activate(model_, selected.front());
             return;
         }
         break;
@@ -472,9 +471,7 @@ void TreemapView::keyPressEvent(QKeyEvent* event) {
 
 void TreemapView::mouseDoubleClickEvent(QMouseEvent* event) {
     const Tile* tile = tileAt(event->position());
-    if (!tile || !tile->node) return;
-    auto primary = FileActionsMenu::primaryAction(model_, tile->node, QStringLiteral("Open folder"));
-    if (primary.run) primary.run();
+    if (tile && tile->node) FileActionsMenu::activate(model_, tile->node);
 }
 
 void TreemapView::contextMenuEvent(QContextMenuEvent* event) {

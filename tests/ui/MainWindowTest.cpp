@@ -295,6 +295,53 @@ TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {
     ASSERT_TRUE(waitFor([&] { return !std::filesystem::exists(tree.path("left-behind.bin")); }));
 }
 
+TEST(Shell, SmallerItemsRowsTheBannerTheSpinnerAndTheSmallestWindow) {
+    test::TempTree tree;
+    for (int i = 0; i < 260; ++i) tree.file("f" + std::to_string(i), 10 + static_cast<size_t>(i));
+    Shell shell;
+    shell.model.explore(tree.root());
+    ASSERT_TRUE(waitFor([&] { return shell.page()->currentWidget() == shell.page()->folderView(); }));
+
+    // A double-click on the "smaller items" row shows its folder in the file manager.
+    std::vector<std::string> shown;
+    QObject::connect(&shell.model, &StorageModel::revealRequested, &shell.model,
+                     [&](const std::string& path) { shown.push_back(path); });
+    QTableView* list = shell.page()->list();
+    int group = -1;
+    for (int r = 0; r < list->model()->rowCount(); ++r)
+        if (list->model()->index(r, 0).data().toString().endsWith(QStringLiteral("smaller items"))) group = r;
+    ASSERT_GE(group, 0);
+    list->scrollTo(list->model()->index(group, 0));
+    list->doItemsLayout();
+    const QPoint at = list->visualRect(list->model()->index(group, 0)).center();
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, at);
+    QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, at);
+    EXPECT_EQ(shown, std::vector<std::string>{shell.model.root()->path()});
+
+    // While a fresh scan runs behind the last one, the status turns.
+    shell.model.scan(*shell.model.location());
+    EXPECT_TRUE(shell.page()->pathBar()->isSpinning());
+    ASSERT_TRUE(waitFor([&] { return !shell.model.isRefreshing(); }));
+    EXPECT_FALSE(shell.page()->pathBar()->isSpinning());
+
+    // The undo banner sits across the window's foot, not over one column.
+    test::ScopedUndoSeconds window(30);
+    shell.model.requestDelete({shell.model.find(tree.path("f259"))});
+    shell.model.confirmDelete();
+    UndoBanner* banner = shell.window.undoBanner();
+    ASSERT_TRUE(waitFor([&] { return banner->isVisible(); }));
+    EXPECT_EQ(banner->parentWidget(), &shell.window);
+    EXPECT_NEAR(banner->geometry().center().x(), shell.window.rect().center().x(), 2);
+    EXPECT_GT(banner->geometry().bottom(), shell.window.height() - 40);
+    shell.model.deletions().undoPending();
+
+    // At its smallest the window still shows the path bar's totals whole.
+    shell.window.resize(shell.window.minimumSize());
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(shell.window.minimumSize(), QSize(960, 560));
+    saveScreenshot(shell.window, "folder-smallest-window");
+}
+
 TEST(Shell, QuestionsDismissedWithEscapeOrTheTitleBarLeaveNothingBehind) {
     test::TempTree tree;
     tree.file("a.bin", 5000);

@@ -262,9 +262,8 @@ std::optional<bool> BinaryWriter::finishSome(Ref top, std::size_t objects) {
             flushBuffer();
             return false;
         }
-        finishing_.emplace();
-        finishing_->tableOffset = position_;
-        finishing_->offsetWidth = bytesFor(objectStart_);
+        // The first object starts after the 8-byte header.
+        finishing_ = Finishing{position_, bytesFor(objectStart_), 8, 0, 0};
     }
     Finishing& f = *finishing_;
     for (; f.ref < objectCount_; ++f.ref) {

@@ -119,12 +119,13 @@ private:
     bool finished_ = false;
     unsigned refWidth_ = 4;
     std::uint32_t maxObjects_ = UINT32_MAX - 1;
+    // Where finishSome stands in the offset table.
     struct Finishing {
-        std::uint64_t tableOffset = 0;
-        unsigned offsetWidth = 0;
-        std::uint64_t offset = 8;
-        std::size_t nextLong = 0;
-        Ref ref = 0;
+        std::uint64_t tableOffset;
+        unsigned offsetWidth;
+        std::uint64_t offset;
+        std::size_t nextLong;
+        Ref ref;
     };
     std::optional<Finishing> finishing_;
 };
