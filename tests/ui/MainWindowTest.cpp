@@ -81,6 +81,14 @@ struct Shell {
 
 std::string home() { return platform::profile().home; }
 
+// What a run killed inside its undo window leaves: the crash-safety file and the file itself. No quit
+// path runs: the model is dropped the way a killed process drops it.
+void crashInsideTheUndoWindow(const std::string& path) {
+    StorageModel crashed;
+    crashed.deletions().schedule({{path, std::string(lastPathComponent(path)), 5000, false, {}}}, 60, nullptr, nullptr,
+                                 nullptr);
+}
+
 } // namespace
 
 TEST(Shell, AClickOnAPlaceScansItAndListsWhatItHolds) {
@@ -277,13 +285,7 @@ TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
 TEST(Shell, AStartAfterACrashAsksToFinishDeleting) {
     test::TempTree tree;
     tree.file("left-behind.bin", 5000);
-    {
-        // What a run killed inside its undo window leaves: the crash-safety file and the file itself.
-        StorageModel crashed;
-        crashed.deletions().schedule({{tree.path("left-behind.bin"), "left-behind.bin", 5000, false, {}}}, 60, nullptr,
-                                     nullptr, nullptr);
-        // No quit path runs: the model is dropped the way a killed process drops it.
-    }
+    crashInsideTheUndoWindow(tree.path("left-behind.bin"));
     Shell shell;
     ASSERT_TRUE(waitFor([&] { return shell.window.finishDeletingAlert() && shell.window.finishDeletingAlert()->isVisible(); }));
     EXPECT_EQ(shell.window.finishDeletingAlert()->text(),
@@ -369,11 +371,7 @@ TEST(Shell, QuestionsDismissedWithEscapeOrTheTitleBarLeaveNothingBehind) {
 TEST(Shell, FinishDeletingDismissedKeepsTheFilesAndAsksNoMore) {
     test::TempTree tree;
     tree.file("left-behind.bin", 5000);
-    {
-        StorageModel crashed;
-        crashed.deletions().schedule({{tree.path("left-behind.bin"), "left-behind.bin", 5000, false, {}}}, 60, nullptr,
-                                     nullptr, nullptr);
-    }
+    crashInsideTheUndoWindow(tree.path("left-behind.bin"));
     Shell shell;
     ASSERT_TRUE(waitFor([&] { return shell.window.finishDeletingAlert() && shell.window.finishDeletingAlert()->isVisible(); }));
     QPointer<QMessageBox> alert = shell.window.finishDeletingAlert();
