@@ -12,6 +12,7 @@
 #include "ScanningView.h"
 #include "Sidebar.h"
 #include "StorageModel.h"
+#include "DetailsColumn.h"
 #include "Driven.h"
 #include "Scoped.h"
 #include "TempTree.h"
@@ -259,6 +260,8 @@ TEST(Shell, DeletingAsksFirstThenCountsDownAndCanBeUndone) {
     EXPECT_TRUE(banner->title().startsWith(QStringLiteral("\u201cold-installer.iso\u201d deleted \u00b7 ")));
     EXPECT_TRUE(banner->announcement().endsWith(QStringLiteral("Undo is available for 30 seconds, press Control Z.")));
     EXPECT_EQ(list->model()->rowCount(), 1);
+    ASSERT_TRUE(waitFor([&] { return shell.window.inspector()->isUpToDate(); })); // drawn once the question went
+    EXPECT_EQ(shell.window.inspector()->route(), QStringLiteral("folder"));
     saveScreenshot(shell.window, "undo-banner");
     QApplication::setActiveWindow(&shell.window); // back from the dialog
     QTest::keyClick(list, Qt::Key_Z, Qt::ControlModifier);
