@@ -28,7 +28,10 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QToolTip>
+#include <QWindow>
 #include <algorithm>
 #include <iterator>
 
@@ -112,7 +115,11 @@ TreemapView::Layout TreemapView::layout(FileNode* folder, const QSet<quint64>& s
     return out;
 }
 
+QAccessibleInterface* treemapAccessible(const QString& key, QObject* object);
+
 TreemapView::TreemapView(StorageModel& model, QWidget* parent) : QWidget(parent), model_(model) {
+    static const bool accessible = (QAccessible::installFactory(&treemapAccessible), true);
+    (void)accessible;
     setMinimumSize(300, 160);
     setMouseTracking(true);
     setContextMenuPolicy(Qt::DefaultContextMenu);
@@ -238,6 +245,7 @@ void TreemapView::wiggle(const std::set<std::string>& paths) {
 }
 
 void TreemapView::relayout() {
+    forgetAccessibleTiles();
     layout_ = layout(model_.current(), model_.selection(), QSizeF(size()));
     for (Tile& tile : layout_.tiles)
         if (tile.node) tile.tint = tint(*tile.node);
@@ -390,6 +398,87 @@ void TreemapView::paintTile(QPainter& p, const Tile& tile, const QFont& nameFont
     p.drawText(chipRect, Qt::AlignCenter, chip);
 }
 
+QString TreemapView::tileLabel(const Tile& tile) const {
+    if (!tile.node)
+        return QStringLiteral("%1 smaller items, %2 in total. They're all in the list below.")
+            .arg(countText(layout_.hiddenCount), sizeText(layout_.hiddenSize));
+    QString text = tileText(*tile.node);
+    if (model_.selection().contains(tile.node->id())) text += QStringLiteral(", selected");
+    return text;
+}
+
+// Tiles are drawn, not widgets: each gets an accessible item of its own inside the map's list.
+class TileAccessible final : public QAccessibleInterface {
+public:
+    TileAccessible(TreemapView* view, int index) : view_(view), index_(index) {}
+    bool isValid() const override { return view_ && index_ < static_cast<int>(view_->currentLayout().tiles.size()); }
+    QObject* object() const override { return nullptr; }
+    QWindow* window() const override { return view_ ? view_->window()->windowHandle() : nullptr; }
+    QAccessibleInterface* parent() const override { return QAccessible::queryAccessibleInterface(view_); }
+    QAccessibleInterface* child(int) const override { return nullptr; }
+    QAccessibleInterface* childAt(int, int) const override { return nullptr; }
+    QAccessibleInterface* focusChild() const override { return nullptr; }
+    int childCount() const override { return 0; }
+    int indexOfChild(const QAccessibleInterface*) const override { return -1; }
+    QString text(QAccessible::Text t) const override {
+        return isValid() && t == QAccessible::Name ? view_->tileLabel(tile()) : QString();
+    }
+    void setText(QAccessible::Text, const QString&) override {}
+    QRect rect() const override {
+        if (!isValid()) return {};
+        const auto& r = tile().rect;
+        const QRect local(QPointF(r.x, r.y).toPoint(), QSizeF(r.width, r.height).toSize());
+        return QRect(view_->mapToGlobal(local.topLeft()), local.size());
+    }
+    QAccessible::Role role() const override { return QAccessible::ListItem; }
+    QAccessible::State state() const override {
+        QAccessible::State s;
+        s.selectable = true;
+        s.selected = isValid() && tile().node && view_->model_.selection().contains(tile().node->id());
+        return s;
+    }
+
+private:
+    const TreemapView::Tile& tile() const { return view_->currentLayout().tiles[static_cast<size_t>(index_)]; }
+    QPointer<TreemapView> view_;
+    int index_;
+};
+
+class TreemapAccessible final : public QAccessibleWidget {
+public:
+    explicit TreemapAccessible(TreemapView* view) : QAccessibleWidget(view, QAccessible::List) {}
+    int childCount() const override { return static_cast<int>(view()->currentLayout().tiles.size()); }
+    QAccessibleInterface* child(int index) const override {
+        if (index < 0 || index >= childCount()) return nullptr;
+        auto& ids = view()->accessibleTiles_;
+        auto found = ids.find(index);
+        if (found == ids.end())
+            found = ids.emplace(index, QAccessible::registerAccessibleInterface(new TileAccessible(view(), index))).first;
+        return QAccessible::accessibleInterface(found->second);
+    }
+    int indexOfChild(const QAccessibleInterface* child) const override {
+        for (const auto& [index, id] : view()->accessibleTiles_)
+            if (QAccessible::accessibleInterface(id) == child) return index;
+        return -1;
+    }
+
+private:
+    TreemapView* view() const { return static_cast<TreemapView*>(widget()); }
+};
+
+QAccessibleInterface* treemapAccessible(const QString& key, QObject* object) {
+    if (key == QLatin1String("brenvo::TreemapView"))
+        if (auto* view = qobject_cast<TreemapView*>(object)) return new TreemapAccessible(view);
+    return nullptr;
+}
+
+TreemapView::~TreemapView() { forgetAccessibleTiles(); }
+
+void TreemapView::forgetAccessibleTiles() {
+    for (const auto& [index, id] : accessibleTiles_) QAccessible::deleteAccessibleInterface(id);
+    accessibleTiles_.clear();
+}
+
 bool TreemapView::event(QEvent* event) {
     if (event->type() == QEvent::ToolTip) {
         auto* help = static_cast<QHelpEvent*>(event);
@@ -398,15 +487,7 @@ bool TreemapView::event(QEvent* event) {
             QToolTip::hideText();
             return true;
         }
-        QString text;
-        if (tile->node) {
-            text = tileText(*tile->node);
-            if (model_.selection().contains(tile->node->id())) text += QStringLiteral(", selected");
-        } else {
-            text = QStringLiteral("%1 smaller items, %2 in total. They're all in the list below.")
-                       .arg(countText(layout_.hiddenCount), sizeText(layout_.hiddenSize));
-        }
-        QToolTip::showText(help->globalPos(), text, this);
+        QToolTip::showText(help->globalPos(), tileLabel(*tile), this);
         return true;
     }
     return QWidget::event(event);

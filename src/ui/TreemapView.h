@@ -52,6 +52,7 @@ public:
     static Layout layout(FileNode* folder, const QSet<quint64>& selection, QSizeF size, int maxTiles = kMaxTiles);
 
     explicit TreemapView(StorageModel& model, QWidget* parent = nullptr);
+    ~TreemapView() override;
 
     const Layout& currentLayout() const { return layout_; }
     QString emptyMessage() const;
@@ -62,6 +63,9 @@ public:
     double angle(quint64 id) const;
     // Whether the item's tile is wiggling now.
     bool isWiggling(quint64 id) const;
+    // What a tile says to a pointer resting on it and to assistive technology: "{name} — {size}", with
+    // ", selected" for a chosen one; the "more" tile sums up what it holds.
+    QString tileLabel(const Tile& tile) const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -82,8 +86,14 @@ private:
     const Tile* tileAt(QPointF point) const;
     void paintTile(QPainter& p, const Tile& tile, const QFont& nameFont, const QFont& sizeFont);
 
+    friend class TreemapAccessible;
+    friend class TileAccessible;
+    void forgetAccessibleTiles();
+
     StorageModel& model_;
     Layout layout_;
+    // The assistive technology's handles on tiles, made when asked for and dropped with each layout.
+    mutable std::map<int, unsigned> accessibleTiles_;
     // Motion is kept by path: a fresh scan gives every item a new id, and that is no new choice.
     // The rise of each tile, 0 lying flat to 1 raised, eased towards the selection.
     std::map<std::string, double> lift_;

@@ -7,7 +7,9 @@
 #include "TempTree.h"
 #include "TreeBuilder.h"
 #include "TreemapView.h"
+#include "Words.h"
 
+#include <QAccessible>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -107,4 +109,19 @@ TEST(TreemapView, AChosenTileWigglesUnlessTheDesktopAsksForCalm) {
     EXPECT_EQ(map.angle(small->id()), 0);
     // A grey icon gives no colour: a plain file keeps its category's colour.
     EXPECT_FALSE(map.tint(*small));
+
+    // Each tile is an item of the map for assistive technology, labelled as its tooltip is.
+    QAccessibleInterface* list = QAccessible::queryAccessibleInterface(&map);
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->childCount(), static_cast<int>(map.currentLayout().tiles.size()));
+    QStringList labels;
+    for (int i = 0; i < list->childCount(); ++i) {
+        QAccessibleInterface* tile = list->child(i);
+        ASSERT_NE(tile, nullptr);
+        EXPECT_EQ(list->indexOfChild(tile), i);
+        labels << tile->text(QAccessible::Name);
+    }
+    EXPECT_TRUE(labels.contains(QStringLiteral("small.bin \u2014 %1, selected").arg(sizeText(small->size()))))
+        << labels.join(QLatin1Char('|')).toStdString();
+    EXPECT_TRUE(labels.contains(QStringLiteral("big.bin \u2014 %1").arg(sizeText(big->size()))));
 }
